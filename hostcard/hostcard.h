@@ -1,0 +1,108 @@
+/**
+ * hostcard: presents a card to libifs on a machine that has none.
+ *
+ * An executable that links libhostcard.a defines the libc calls that the library makes for the card
+ * (open, opendir, ioctl, mount, statfs, ...) and forwards every path that is not the card's to the real
+ * call. One card at a time can be inserted; every call here may be made from any thread.
+ *
+ * A virtual card is a folder of the user's:
+ *
+ *     card.img    the card's sectors, a sparse file; /dev/hd/sda, and /dev/hd/sda1 as its MBR describes it
+ *     card.conf   its geometry, one line of text
+ *     files/      the mount point: the files of the partition's file system
+ *
+ * Results are 0 (or a value) on success; on failure -1 with errno set, as the calls they stand for do.
+ */
+#ifndef HOSTCARD_H
+#define HOSTCARD_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Make a blank virtual card. Nothing is left behind on a failure.
+ *
+ * @param folder         must not exist, or be an empty folder
+ * @param size           bytes, at least 1 MiB
+ * @param heads,sectors  geometry that HDIO_GETGEO reports, 1 to 255 and 1 to 63; the cylinders follow from
+ *                       the size, at most 65,535
+ * @return 0, or -1: EEXIST (folder not empty), EINVAL (a value out of range), or as mkdir() and open()
+ */
+int hostcard_create(const char* folder, unsigned long long size, unsigned heads, unsigned sectors);
+
+/**
+ * Make a card the one that this process sees under /dev/hd/.
+ *
+ * @param folder  of a virtual card; copied
+ * @return 0, or -1: ENODEV (no card there), EBUSY (a card is inserted), or as open()
+ */
+int hostcard_insert(const char* folder);
+
+/** Take the inserted card out and forget faults, free space, listing and sleep scale. Harmless without one.
+ */
+void hostcard_eject(void);
+
+/** Directory to mount the inserted card on. @return path owned by the card until it is ejected, or null */
+const char* hostcard_mount_point(void);
+
+/** Whether the inserted card is mounted. @return 1 or 0 */
+int hostcard_is_mounted(void);
+
+/* ---- Scripts for tests ---- */
+
+/** Calls that can be made to fail, and are counted. Only uses on the inserted card count. */
+enum hostcard_call {
+    HOSTCARD_OPEN,
+    HOSTCARD_CLOSE,
+    HOSTCARD_READ,  /**< read and pread */
+    HOSTCARD_WRITE, /**< write and pwrite */
+    HOSTCARD_SEEK,
+    HOSTCARD_SYNC, /**< fsync and fdatasync */
+    HOSTCARD_STAT, /**< stat and fstat */
+    HOSTCARD_REMOVE,
+    HOSTCARD_OPENDIR,
+    HOSTCARD_MOUNT,
+    HOSTCARD_UMOUNT,
+    HOSTCARD_STATFS,
+    HOSTCARD_GET_SIZE64,   /**< ioctl BLKGETSIZE64 */
+    HOSTCARD_GET_SIZE,     /**< ioctl BLKGETSIZE */
+    HOSTCARD_GET_GEOMETRY, /**< ioctl HDIO_GETGEO */
+    HOSTCARD_REREAD,       /**< ioctl BLKRRPART */
+    HOSTCARD_CALLS
+};
+
+/**
+ * Let a call fail from its nth use on, counted from now.
+ *
+ * @param nth    1 for the next use
+ * @param error  errno of the failing use; 0 makes a read or write short by half instead
+ * @param once   nonzero: only the nth use fails; 0: all from there on
+ */
+void hostcard_fail(enum hostcard_call call, unsigned nth, int error, int once);
+
+/** Let all calls work again. */
+void hostcard_fail_none(void);
+
+/** Uses of a call on the card since it was inserted, failed ones included. */
+unsigned hostcard_count(enum hostcard_call call);
+
+/** Let statfs report this many free bytes, in whole clusters when it is more than one; negative: the truth.
+ */
+void hostcard_set_free(long long bytes);
+
+/**
+ * Let /dev/hd/ list these names in this order.
+ *
+ * @param names  separated by blanks, e.g. "sda1 sdb sda"; null: what the card has
+ */
+void hostcard_set_listing(const char* names);
+
+/** Let sleep() and usleep() of this process take this share of their time, e.g. 0.01; initially 1. */
+void hostcard_scale_sleep(double share);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

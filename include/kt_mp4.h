@@ -1,0 +1,135 @@
+/**
+ * The container library that the host process provides to libifs.
+ *
+ * libifs writes and reads MP4 files only through these seven functions and leaves them undefined:
+ * a host links libkt_mp4.a, or an implementation of its own that keeps the same contract.
+ *
+ * Times are milliseconds unless said otherwise. A handle may be used by one thread at a time,
+ * except that kt_mp4_getinfo() may run beside any other call but kt_mp4_close() on the same handle.
+ */
+#ifndef KT_MP4_H
+#define KT_MP4_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Sampling-rate index of AAC audio, as an AudioSpecificConfig and an ADTS header carry it. */
+typedef enum SAMPLE_RATE_INDEX_E {
+    SAMPLE_RATE_INDEX_96000 = 0,
+    SAMPLE_RATE_INDEX_88200 = 1,
+    SAMPLE_RATE_INDEX_64000 = 2,
+    SAMPLE_RATE_INDEX_48000 = 3,
+    SAMPLE_RATE_INDEX_44100 = 4,
+    SAMPLE_RATE_INDEX_32000 = 5,
+    SAMPLE_RATE_INDEX_24000 = 6,
+    SAMPLE_RATE_INDEX_22050 = 7,
+    SAMPLE_RATE_INDEX_16000 = 8,
+    SAMPLE_RATE_INDEX_12000 = 9,
+    SAMPLE_RATE_INDEX_11025 = 10,
+    SAMPLE_RATE_INDEX_8000 = 11,
+    SAMPLE_RATE_INDEX_7350 = 12
+} SAMPLE_RATE_INDEX_E;
+
+/** Modes of kt_mp4_open(). */
+enum {
+    KT_MP4_READ = 1,   /**< play an existing file from its first frame */
+    KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
+    KT_MP4_PROBE = 4   /**< open an existing file for kt_mp4_getinfo() only; reads no payload */
+};
+
+/** Frame kinds of kt_mp4_write() and kt_mp4_read(). */
+enum {
+    KT_MP4_VIDEO_KEY = 0,   /**< H.264 access unit with an IDR picture, Annex B */
+    KT_MP4_VIDEO_OTHER = 1, /**< any other H.264 access unit, Annex B */
+    KT_MP4_AUDIO = 2        /**< one AAC access unit, raw or with an ADTS header */
+};
+
+/** Description of a file; 180 bytes on every platform. */
+typedef struct kt_mfile_info_t {
+    char name[144];              /**< file name without its folder, NUL-terminated, cut where it is longer */
+    int width;                   /**< picture width, pixels */
+    int height;                  /**< picture height, pixels */
+    int frame_rate;              /**< frames per second */
+    int firstpts;                /**< timestamp of the first frame, ms */
+    int duration;                /**< length of the recording, ms, the last frame's own time included */
+    int have_audio;              /**< nonzero when there is an audio track */
+    int audio_profile;           /**< as given at create */
+    int audio_sample_rate_index; /**< as given at create */
+    int audio_channel_conf;      /**< as given at create */
+} kt_mfile_info_t;
+
+/**
+ * Open a file for reading or probing, or create one.
+ *
+ * The seven picture and audio values describe a file that is created and are 0 otherwise.
+ * A created file stays at 0 bytes until the first key frame with its parameter sets arrives.
+ *
+ * @param path  full path; copied
+ * @param mode  KT_MP4_READ, KT_MP4_CREATE or KT_MP4_PROBE
+ * @param reserved1,reserved2  320 and 0; ignored
+ * @return a handle that kt_mp4_close() releases, or NULL: the path exists (create) or does not
+ *         (otherwise), it is no readable MP4 file, an I/O error, no memory
+ */
+void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_profile,
+                  int audio_sample_rate_index, int audio_channel_conf, int mode, int have_audio,
+                  int reserved1, int reserved2);
+
+/**
+ * Append one frame to a created file. Its bytes are data1 followed by data2; either may be empty.
+ *
+ * @param kind       KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER or KT_MP4_AUDIO
+ * @param timestamp  ms; may step back or wrap
+ * @return 0, or negative: bad argument, not H.264 or AAC, the file would pass 2 GiB - 1, an I/O error.
+ *         The file stays whole and takes the next frame.
+ */
+int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int len2,
+                 unsigned int timestamp);
+
+/**
+ * Copy the next frame of a file opened for reading into buf, in the order in which the frames were written.
+ * Video comes as Annex B with 4-byte start codes, audio as it was written.
+ *
+ * @param capacity  size of buf in bytes
+ * @return the frame's length (> 0), 0 at the end of the file (kind and timestamp untouched), negative on
+ *         failure: the frame is larger than capacity (the position stays before it), a damaged file, an I/O
+ * error
+ */
+int kt_mp4_read(void* handle, int* kind, char* buf, int capacity, unsigned int* timestamp);
+
+/**
+ * Position a file opened for reading: the next kt_mp4_read() returns the first frame, of any kind and in
+ * file order, whose time is at or after the offset. A caller that must decode the picture there seeks
+ * earlier and reads on from a key frame.
+ *
+ * @param offset  ms from the first frame
+ * @return 0, or negative: not open for reading. An offset past the end leads to the end of the file.
+ */
+int kt_mp4_seek_read(void* handle, unsigned int offset);
+
+/**
+ * Describe a file. For one being written: what has been written so far, flushed or not.
+ *
+ * @return 0, or -1 with *info untouched (null argument)
+ */
+int kt_mp4_getinfo(void* handle, kt_mfile_info_t* info);
+
+/**
+ * Make all frames written so far durable. Harmless on a file opened for reading.
+ *
+ * @return 0, or negative on an I/O error
+ */
+int kt_mp4_flush(void* handle);
+
+/**
+ * Finalise a created file and release the handle, whatever the result.
+ *
+ * @return 0, or negative when the file could not be finalised (what was flushed is still playable)
+ */
+int kt_mp4_close(void* handle);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
