@@ -1,0 +1,313 @@
+#include "hostcard/card.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// This file calls open64() and the like, which are not interposed: its callers hold the lock that open()
+// takes.
+
+namespace hostcard
+{
+
+namespace
+{
+
+constexpr char device_folder[] = "/dev/hd";
+constexpr std::uint64_t card_bytes_min = 1 << 20;
+constexpr unsigned table_offset = 446, table_entries = 4, table_entry_bytes = 16;
+constexpr long vfat_name_max = 1530;
+
+bool is_valid(Geometry geometry)
+{
+    return geometry.heads >= 1 && geometry.heads <= 255 && geometry.sectors >= 1 && geometry.sectors <= 63;
+}
+
+std::uint64_t file_bytes(int fd)
+{
+    struct stat64 status;
+    return fstat64(fd, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+bool read_sector(int fd, std::uint64_t offset, std::uint8_t (&sector)[sector_bytes])
+{
+    return pread64(fd, sector, sector_bytes, static_cast<off64_t>(offset)) == sector_bytes;
+}
+
+std::string real_path(const std::string& path)
+{
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), free);
+    return real ? real.get() : "";
+}
+
+/** What follows a folder in a path, without the slashes between them; none when the path is not at or below
+ * it. */
+std::optional<std::string> below(const std::string& folder, const char* path)
+{
+    if (folder.empty() || strncmp(path, folder.c_str(), folder.size()) != 0)
+        return std::nullopt;
+    const char* rest = path + folder.size();
+    if (*rest != '\0' && *rest != '/')
+        return std::nullopt;
+    return rest + strspn(rest, "/");
+}
+
+bool is_empty_folder(const std::string& path)
+{
+    struct dirent** entries = nullptr;
+    const int count = scandir(path.c_str(), &entries, nullptr, nullptr);
+    for (int i = 0; i < count; i++)
+        free(entries[i]);
+    free(entries);
+    return count == 2; // "." and ".."
+}
+
+bool make_image(const std::string& path, std::uint64_t size)
+{
+    const Descriptor image(open64(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    return image.get() >= 0 && ftruncate64(image.get(), static_cast<off64_t>(size)) == 0;
+}
+
+bool write_geometry(const std::string& path, Geometry geometry)
+{
+    const Descriptor file(open64(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    return file.get() >= 0 &&
+           dprintf(file.get(), "heads %u sectors %u\n", geometry.heads, geometry.sectors) > 0;
+}
+
+std::optional<Geometry> read_geometry(const std::string& path)
+{
+    const Descriptor file(open64(path.c_str(), O_RDONLY | O_CLOEXEC));
+    char text[64] = "";
+    if (file.get() < 0 || pread64(file.get(), text, sizeof text - 1, 0) < 0)
+        return std::nullopt;
+    Geometry geometry{};
+    if (sscanf(text, "heads %3u sectors %3u", &geometry.heads, &geometry.sectors) != 2 ||
+        !is_valid(geometry)) {
+        errno = EINVAL;
+        return std::nullopt;
+    }
+    return geometry;
+}
+
+/** The first partition as a kernel takes it from an MBR: cut at the device's end, none when it begins behind
+ * it. */
+Window first_partition(const std::uint8_t (&table)[sector_bytes], std::uint64_t device_sectors)
+{
+    if (table[510] != 0x55 || table[511] != 0xAA)
+        return {};
+    for (unsigned i = 0; i < table_entries; i++)
+        if (table[table_offset + i * table_entry_bytes] & 0x7F) // neither active nor inactive: no table
+            return {};
+    const std::uint64_t first = le32(table + table_offset + 8);
+    const std::uint64_t count = le32(table + table_offset + 12);
+    if (first >= device_sectors)
+        return {};
+    return {first * sector_bytes, std::min(count, device_sectors - first) * sector_bytes};
+}
+
+} // namespace
+
+Descriptor::~Descriptor()
+{
+    if (m_fd >= 0)
+        close(m_fd);
+}
+
+int Card::create(const std::string& folder, std::uint64_t size, Geometry geometry)
+{
+    if (size < card_bytes_min || size > LLONG_MAX || !is_valid(geometry)) {
+        errno = EINVAL;
+        return -1;
+    }
+    const bool made = mkdir(folder.c_str(), 0777) == 0;
+    if (!made && (errno != EEXIST || !is_empty_folder(folder)))
+        return -1;
+    const std::string image = folder + "/card.img", conf = folder + "/card.conf", files = folder + "/files";
+    if (make_image(image, size) && write_geometry(conf, geometry) && mkdir(files.c_str(), 0777) == 0)
+        return 0;
+    const int error = errno;
+    unlink(image.c_str());
+    unlink(conf.c_str());
+    if (made)
+        rmdir(folder.c_str());
+    errno = error;
+    return -1;
+}
+
+std::unique_ptr<Card> Card::open(const char* folder)
+{
+    const std::string real = real_path(folder);
+    const std::string files = real + "/files";
+    struct stat64 status;
+    if (real.empty() || lstat64(files.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
+        access((real + "/card.conf").c_str(), F_OK) != 0 || access((real + "/card.img").c_str(), F_OK) != 0) {
+        errno = ENODEV;
+        return nullptr;
+    }
+    const std::optional<Geometry> geometry = read_geometry(real + "/card.conf");
+    if (!geometry)
+        return nullptr;
+    const int image = open64((real + "/card.img").c_str(), O_RDONLY | O_CLOEXEC);
+    if (image < 0)
+        return nullptr;
+    std::unique_ptr<Card> card(new Card(real, image, *geometry));
+    if (flock(image, LOCK_EX | LOCK_NB) != 0) { // another process has it
+        errno = EBUSY;
+        return nullptr;
+    }
+    card->read_table();
+    return card;
+}
+
+Card::Card(const std::string& folder, int image, Geometry geometry)
+    : m_image_path(folder + "/card.img"), m_mount_point(folder + "/files"), m_image(image),
+      m_geometry(geometry)
+{
+}
+
+Place Card::locate(const char* path) const
+{
+    if (!path)
+        return Place::Elsewhere;
+    if (const std::optional<std::string> device = below(device_folder, path)) {
+        if (device->empty())
+            return Place::DeviceFolder;
+        if (*device == "sda1" && !m_partition.empty())
+            return Place::Partition;
+        return *device == "sda" ? Place::Disk : Place::NoDevice;
+    }
+    std::optional<std::string> file = below(m_mount_point, path);
+    if (!file)
+        file = below(m_mounted_as, path);
+    if (!file)
+        return Place::Elsewhere;
+    return file->empty() ? Place::MountPoint : Place::File;
+}
+
+bool Card::is_mount_point(const char* directory) const
+{
+    return locate(directory) == Place::MountPoint || (directory && real_path(directory) == m_mount_point);
+}
+
+std::string Card::device_names() const
+{
+    return m_partition.empty() ? "sda" : "sda sda1";
+}
+
+Window Card::window(Place device) const
+{
+    return device == Place::Partition ? m_partition : Window{0, file_bytes(m_image.get())};
+}
+
+unsigned Card::cylinders() const
+{
+    const std::uint64_t cylinder_bytes =
+        static_cast<std::uint64_t>(m_geometry.heads) * m_geometry.sectors * sector_bytes;
+    return static_cast<unsigned>(std::min<std::uint64_t>(file_bytes(m_image.get()) / cylinder_bytes, 65535));
+}
+
+void Card::read_table()
+{
+    std::uint8_t table[sector_bytes];
+    m_partition = {};
+    if (read_sector(m_image.get(), 0, table))
+        m_partition = first_partition(table, file_bytes(m_image.get()) / sector_bytes);
+}
+
+void Card::written(std::uint64_t start, std::uint64_t length)
+{
+    const bool boot_record = start < m_partition.start + sector_bytes && start + length > m_partition.start;
+    if (!m_partition.empty() && boot_record) {
+        empty_folder(m_mount_point);
+        space_changed();
+    }
+}
+
+int Card::mount(Place device, const char* directory, const char* type)
+{
+    const auto refuse = [](int error) {
+        errno = error;
+        return -1;
+    };
+    if (!directory || real_path(directory).empty())
+        return refuse(ENOENT);
+    if (!type || strcmp(type, "vfat") != 0)
+        return refuse(ENODEV);
+    if (!is_mount_point(directory))
+        return refuse(EINVAL);
+    if (mounted())
+        return refuse(EBUSY);
+    std::uint8_t boot_record[sector_bytes];
+    const Window where = window(device);
+    if (where.length < sector_bytes || !read_sector(m_image.get(), where.start, boot_record))
+        return refuse(EINVAL);
+    m_volume = fat32_volume(boot_record, where.length);
+    if (!m_volume)
+        return refuse(EINVAL);
+    m_mounted_as = directory;
+    while (m_mounted_as.size() > 1 && m_mounted_as.back() == '/')
+        m_mounted_as.pop_back();
+    space_changed();
+    return 0;
+}
+
+std::uint64_t Card::free_clusters()
+{
+    if (!m_used_clusters)
+        m_used_clusters = clusters_below(m_mount_point, *m_volume) + 1; // and the root directory's
+    return m_volume->clusters - std::min<std::uint64_t>(*m_used_clusters, m_volume->clusters);
+}
+
+std::uint64_t Card::room(std::uint64_t size, std::uint64_t offset, std::uint64_t count)
+{
+    if (offset >= fat32_file_max) {
+        errno = EFBIG;
+        return 0;
+    }
+    count = std::min(count, fat32_file_max - offset);
+    const std::uint64_t held = m_volume->clusters_for(size);
+    const std::uint64_t wanted = m_volume->clusters_for(offset + count);
+    if (wanted <= held + free_clusters())
+        return count;
+    space_changed(); // before refusing, see what others have freed
+    const std::uint64_t end = (held + free_clusters()) * m_volume->cluster_bytes;
+    if (end <= offset) {
+        errno = ENOSPC;
+        return 0;
+    }
+    return std::min(count, end - offset);
+}
+
+void Card::grown(std::uint64_t old_size, std::uint64_t new_size)
+{
+    if (m_used_clusters && new_size > old_size)
+        *m_used_clusters += m_volume->clusters_for(new_size) - m_volume->clusters_for(old_size);
+}
+
+struct statfs Card::sizes(long long free_bytes)
+{
+    struct statfs sizes = {};
+    sizes.f_type = MSDOS_SUPER_MAGIC;
+    sizes.f_bsize = m_volume->cluster_bytes;
+    sizes.f_frsize = m_volume->cluster_bytes;
+    sizes.f_blocks = m_volume->clusters;
+    sizes.f_namelen = vfat_name_max;
+    if (free_bytes < 0)
+        space_changed();
+    sizes.f_bfree =
+        free_bytes < 0 ? free_clusters() : static_cast<std::uint64_t>(free_bytes) / m_volume->cluster_bytes;
+    sizes.f_bavail = sizes.f_bfree;
+    return sizes;
+}
+
+} // namespace hostcard

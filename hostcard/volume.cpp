@@ -1,0 +1,112 @@
+#include "hostcard/volume.h"
+
+#include <algorithm>
+#include <fts.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+using Walk = std::unique_ptr<FTS, int (*)(FTS*)>;
+
+// fts, because none of the calls inside it is interposed.
+Walk walk(const std::string& folder)
+{
+    std::string path = folder;
+    char* const paths[] = {path.data(), nullptr};
+    return Walk(fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), fts_close);
+}
+
+/** Next entry below the folder that a walk began with; null at the end. A folder comes after what it holds.
+ */
+FTSENT* next_entry(const Walk& walk)
+{
+    while (FTSENT* entry = walk ? fts_read(walk.get()) : nullptr)
+        if (entry->fts_level > 0 && entry->fts_info != FTS_D)
+            return entry;
+    return nullptr;
+}
+
+bool is_power_of_two(std::uint32_t value)
+{
+    return value != 0 && (value & (value - 1)) == 0;
+}
+
+bool is_media_byte(std::uint8_t media)
+{
+    return media == 0xF0 || media >= 0xF8;
+}
+
+} // namespace
+
+namespace hostcard
+{
+
+std::uint32_t le16(const std::uint8_t* bytes)
+{
+    return bytes[0] | static_cast<std::uint32_t>(bytes[1]) << 8;
+}
+
+std::uint32_t le32(const std::uint8_t* bytes)
+{
+    return le16(bytes) | le16(bytes + 2) << 16;
+}
+
+std::optional<Volume> fat32_volume(const std::uint8_t (&boot_record)[sector_bytes],
+                                   std::uint64_t device_bytes)
+{
+    const std::uint8_t* const boot = boot_record;
+    const std::uint32_t bytes_per_sector = le16(boot + 11), sectors_per_cluster = boot[13];
+    const std::uint32_t reserved = le16(boot + 14), fats = boot[16], root_entries = le16(boot + 17);
+    const std::uint32_t sectors16 = le16(boot + 19), fat_sectors16 = le16(boot + 22);
+    const std::uint32_t sectors = sectors16 ? sectors16 : le32(boot + 32);
+    const std::uint32_t fat_sectors = le32(boot + 36), root_cluster = le32(boot + 44);
+
+    if (boot[510] != 0x55 || boot[511] != 0xAA || !is_media_byte(boot[21]))
+        return std::nullopt;
+    if (!is_power_of_two(bytes_per_sector) || bytes_per_sector < 512 || bytes_per_sector > 4096)
+        return std::nullopt;
+    if (!is_power_of_two(sectors_per_cluster) || reserved == 0 || fats == 0)
+        return std::nullopt;
+    if (fat_sectors16 != 0 || fat_sectors == 0 || root_entries != 0) // FAT12 or FAT16
+        return std::nullopt;
+    if (static_cast<std::uint64_t>(sectors) * bytes_per_sector > device_bytes)
+        return std::nullopt;
+
+    const std::uint64_t data_start = reserved + static_cast<std::uint64_t>(fats) * fat_sectors;
+    if (data_start >= sectors)
+        return std::nullopt;
+    const std::uint64_t fat_entries = static_cast<std::uint64_t>(fat_sectors) * bytes_per_sector / 4;
+    const std::uint64_t clusters = std::min((sectors - data_start) / sectors_per_cluster, fat_entries - 2);
+    if (root_cluster < 2 || root_cluster - 2 >= clusters || clusters > 0x0FFFFFF6)
+        return std::nullopt;
+    return Volume{bytes_per_sector * sectors_per_cluster, static_cast<std::uint32_t>(clusters)};
+}
+
+std::uint64_t clusters_below(const std::string& folder, const Volume& volume)
+{
+    std::uint64_t clusters = 0;
+    const Walk files = walk(folder);
+    while (const FTSENT* entry = next_entry(files)) {
+        if (entry->fts_info == FTS_F)
+            clusters += volume.clusters_for(static_cast<std::uint64_t>(entry->fts_statp->st_size));
+        else if (entry->fts_info == FTS_DP)
+            clusters++;
+    }
+    return clusters;
+}
+
+void empty_folder(const std::string& folder)
+{
+    const Walk files = walk(folder);
+    while (const FTSENT* entry = next_entry(files)) {
+        if (entry->fts_info == FTS_DP)
+            rmdir(entry->fts_accpath);
+        else
+            unlink(entry->fts_accpath);
+    }
+}
+
+} // namespace hostcard

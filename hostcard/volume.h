@@ -1,0 +1,49 @@
+/** A FAT32 volume as its boot record describes it, and the clusters that a folder's files would take on it.
+ */
+#ifndef HOSTCARD_VOLUME_H
+#define HOSTCARD_VOLUME_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace hostcard
+{
+
+constexpr unsigned sector_bytes = 512;
+
+/** Largest file, bytes. */
+constexpr std::uint64_t fat32_file_max = 0xFFFFFFFF;
+
+struct Volume {
+    std::uint32_t cluster_bytes;
+    std::uint32_t clusters; // data clusters, the root directory's included
+
+    std::uint64_t clusters_for(std::uint64_t bytes) const
+    {
+        return (bytes + cluster_bytes - 1) / cluster_bytes;
+    }
+};
+
+/** 16 and 32 bits of little-endian memory. */
+std::uint32_t le16(const std::uint8_t* bytes);
+std::uint32_t le32(const std::uint8_t* bytes);
+
+/**
+ * Check a boot record as a kernel does that mounts it.
+ *
+ * @param device_bytes  size of the device that the volume must fit on
+ * @return none where it is no FAT32
+ */
+std::optional<Volume> fat32_volume(const std::uint8_t (&boot_record)[sector_bytes],
+                                   std::uint64_t device_bytes);
+
+/** Clusters that all files and folders below a folder take. */
+std::uint64_t clusters_below(const std::string& folder, const Volume& volume);
+
+/** Delete everything below a folder, as far as the permissions go. */
+void empty_folder(const std::string& folder);
+
+} // namespace hostcard
+
+#endif

@@ -1,0 +1,365 @@
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <linux/hdreg.h>
+#include <linux/magic.h>
+#include <memory>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "hostcard/hostcard.h"
+
+extern "C" {
+int card_user_first_disk(char* name, size_t size);
+ssize_t card_user_read(const char* path, long offset, char* buf, size_t len);
+}
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr unsigned long long card_bytes = 40ull << 20;
+constexpr unsigned first_lba = 63, sector_count = 70000, cluster_bytes = 4096;
+constexpr off_t partition_bytes = off_t{sector_count} * 512;
+
+/** Errno of a call that failed, 0 of one that did not. */
+int failure(long long result)
+{
+    return result < 0 ? errno : 0;
+}
+
+std::vector<std::string> names_in(const char* path)
+{
+    std::vector<std::string> names;
+    DIR* dir = opendir(path);
+    while (struct dirent* entry = dir ? readdir(dir) : nullptr)
+        if (entry->d_name[0] != '.')
+            names.push_back(entry->d_name);
+    if (dir)
+        closedir(dir);
+    return names;
+}
+
+class HostCard : public ::testing::Test
+{
+protected:
+    HostCard()
+    {
+        EXPECT_EQ(hostcard_create(m_card.c_str(), card_bytes, 16, 63), 0);
+        EXPECT_EQ(hostcard_insert(m_card.c_str()), 0);
+    }
+    ~HostCard() override
+    {
+        hostcard_eject();
+        fs::remove_all(m_folder);
+    }
+
+    /** Write a partition table through the device and let it be read. */
+    static int partition(unsigned first, unsigned count)
+    {
+        unsigned char table[512] = {};
+        table[450] = 0x0C;
+        for (int i = 0; i < 4; i++) {
+            table[454 + i] = static_cast<unsigned char>(first >> 8 * i);
+            table[458 + i] = static_cast<unsigned char>(count >> 8 * i);
+        }
+        table[510] = 0x55;
+        table[511] = 0xAA;
+        const int fd = open("/dev/hd/sda", O_RDWR);
+        const bool written = write(fd, table, sizeof table) == sizeof table;
+        const int result = ioctl(fd, BLKRRPART);
+        close(fd);
+        return written ? result : -1;
+    }
+
+    void make_file_system() const
+    {
+        ASSERT_EQ(partition(first_lba, sector_count), 0);
+        const std::string command = "mkfs.fat -F 32 -s 8 --offset " + std::to_string(first_lba) + " " +
+                                    m_card + "/card.img " + std::to_string(sector_count / 2) +
+                                    " > /dev/null 2>&1";
+        ASSERT_EQ(std::system(command.c_str()), 0);
+    }
+
+    static int mount_card(const char* device = "/dev/hd/sda1")
+    {
+        return mount(device, hostcard_mount_point(), "vfat", MS_NOATIME, "errors=continue");
+    }
+
+    static std::string on_card(const char* name) { return std::string(hostcard_mount_point()) + "/" + name; }
+
+    static long long free_clusters()
+    {
+        struct statfs sizes = {};
+        return statfs(hostcard_mount_point(), &sizes) == 0 ? static_cast<long long>(sizes.f_bfree) : -1;
+    }
+
+    /** @return bytes written, or -errno */
+    static long long write_file(const char* name, size_t size)
+    {
+        const std::vector<char> bytes(size, 'x');
+        const int fd = open(on_card(name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        const ssize_t done = write(fd, bytes.data(), size);
+        const long long result = done < 0 ? -errno : done;
+        close(fd);
+        return result;
+    }
+
+    const std::string m_folder = [] {
+        char name[] = "/tmp/hostcard-XXXXXX";
+        return std::string(mkdtemp(name));
+    }();
+    const std::string m_card = m_folder + "/card";
+};
+
+TEST_F(HostCard, RefusesFoldersThatAreNoCard)
+{
+    EXPECT_EQ(failure(hostcard_create(m_card.c_str(), card_bytes, 16, 63)), EEXIST);
+    EXPECT_EQ(failure(hostcard_create((m_folder + "/b").c_str(), card_bytes, 256, 63)), EINVAL);
+    EXPECT_EQ(failure(hostcard_create((m_folder + "/b").c_str(), 1ull << 63, 1, 1)), EINVAL);
+    EXPECT_FALSE(fs::exists(m_folder + "/b"));
+    EXPECT_EQ(failure(hostcard_insert(m_card.c_str())), EBUSY);
+    hostcard_eject();
+    EXPECT_EQ(failure(hostcard_insert(m_folder.c_str())), ENODEV);
+    EXPECT_EQ(failure(open("/dev/hd/sda", O_RDONLY)), ENOENT);
+    std::ofstream(m_card + "/card.conf") << "heads 0 sectors 99999999999";
+    EXPECT_EQ(failure(hostcard_insert(m_card.c_str())), EINVAL);
+}
+
+TEST_F(HostCard, SharedLibraryFindsAndReadsTheCard)
+{
+    ASSERT_EQ(partition(first_lba, sector_count), 0);
+    char name[8] = "", bytes[16] = "";
+    hostcard_set_listing("sda1 sdb sda");
+    EXPECT_EQ(card_user_first_disk(name, sizeof name), 0);
+    EXPECT_STREQ(name, "sdb");
+    EXPECT_EQ(card_user_read("/dev/hd/sda", 510, bytes, 2), 2);
+    EXPECT_EQ(std::string(bytes, 2), "\x55\xAA");
+    EXPECT_EQ(card_user_read("/proc/self/comm", 0, bytes, sizeof bytes), 14); // forwarded
+    EXPECT_EQ(hostcard_count(HOSTCARD_READ), 1u);
+}
+
+TEST_F(HostCard, PartitionAppearsWhenTheTableIsReread)
+{
+    EXPECT_EQ(names_in("/dev/hd"), std::vector<std::string>{"sda"});
+    EXPECT_EQ(failure(open("/dev/hd/sda1", O_RDWR)), ENOENT);
+    ASSERT_EQ(partition(first_lba, 0xFFFFFFFF), 0); // cut at the end of the card
+    EXPECT_EQ(names_in("/dev/hd/"), (std::vector<std::string>{"sda", "sda1"}));
+    const int fd = open("/dev/hd/sda1", O_RDWR);
+    EXPECT_EQ(lseek(fd, 0, SEEK_END), static_cast<off_t>(card_bytes - first_lba * 512));
+    EXPECT_EQ(failure(partition(first_lba, 1)), EBUSY);
+    close(fd);
+    ASSERT_EQ(partition(0xFFFFFF00, 0x1000), 0);
+    EXPECT_EQ(failure(open("/dev/hd/sda1", O_RDWR)), ENOENT);
+}
+
+TEST_F(HostCard, PartitionIsAWindowOfTheDisk)
+{
+    ASSERT_EQ(partition(first_lba, sector_count), 0);
+    const int disk = open("/dev/hd/sda", O_RDWR | O_TRUNC), part = open("/dev/hd/sda1", O_RDWR);
+    char bytes[8] = "";
+    EXPECT_EQ(lseek64(part, partition_bytes - 4, SEEK_SET), partition_bytes - 4);
+    EXPECT_EQ(write(part, "12345678", 8), 4);
+    EXPECT_EQ(lseek(part, 0, SEEK_CUR), partition_bytes);
+    EXPECT_EQ(failure(write(part, "5", 1)), ENOSPC);
+    EXPECT_EQ(read(part, bytes, 8), 0);
+    EXPECT_EQ(failure(lseek(part, 1, SEEK_CUR)), EINVAL);
+    EXPECT_EQ(failure(lseek(part, -1, SEEK_SET)), EINVAL);
+    EXPECT_EQ(pread(disk, bytes, 8, first_lba * 512 + partition_bytes - 4), 8);
+    EXPECT_EQ(std::string(bytes, 8), std::string("1234\0\0\0\0", 8));
+    close(disk);
+    close(part);
+}
+
+TEST_F(HostCard, DevicesAnswerTheSizeAndGeometryRequests)
+{
+    ASSERT_EQ(partition(first_lba, sector_count), 0);
+    const int disk = open("/dev/hd/sda", O_RDONLY), part = open("/dev/hd/sda1", O_RDONLY);
+    unsigned long long bytes = 0;
+    unsigned long sectors = 0;
+    struct hd_geometry geometry = {};
+    struct stat status;
+    EXPECT_EQ(ioctl(disk, BLKGETSIZE64, &bytes), 0);
+    EXPECT_EQ(bytes, card_bytes);
+    EXPECT_EQ(ioctl(part, BLKGETSIZE, &sectors), 0);
+    EXPECT_EQ(sectors, sector_count);
+    EXPECT_EQ(ioctl(disk, HDIO_GETGEO, &geometry), 0);
+    EXPECT_EQ(std::vector<int>({geometry.heads, geometry.sectors, geometry.cylinders}),
+              std::vector<int>({16, 63, 81}));
+    EXPECT_EQ(failure(ioctl(part, BLKRRPART)), EINVAL);
+    EXPECT_EQ(fstat(part, &status), 0);
+    EXPECT_TRUE(S_ISBLK(status.st_mode));
+    close(disk);
+    close(part);
+}
+
+TEST_F(HostCard, MountsOnlyAFat32)
+{
+    ASSERT_EQ(failure(mount_card()), ENOENT);
+    make_file_system();
+    EXPECT_EQ(failure(mount_card("/dev/hd/sda")), EINVAL);
+    EXPECT_EQ(failure(mount("/dev/hd/sda1", "/tmp", "vfat", 0, nullptr)), EINVAL);
+    EXPECT_EQ(failure(umount(hostcard_mount_point())), EINVAL);
+    const int image = open((m_card + "/card.img").c_str(), O_RDWR);
+    for (const int offset : {11, 13, 14, 16, 21, 35, 36, 44, 510}) { // each field broken in turn
+        const unsigned char broken = offset == 35 ? 0xFF : 0x03, zero = 0;
+        unsigned char byte;
+        ASSERT_EQ(pread(image, &byte, 1, first_lba * 512 + offset), 1);
+        ASSERT_EQ(pwrite(image, offset == 14 || offset == 16 || offset >= 36 ? &zero : &broken, 1,
+                         first_lba * 512 + offset),
+                  1);
+        EXPECT_EQ(failure(mount_card()), EINVAL) << offset;
+        ASSERT_EQ(pwrite(image, &byte, 1, first_lba * 512 + offset), 1);
+    }
+    close(image);
+    EXPECT_EQ(mount_card(), 0);
+    EXPECT_EQ(failure(mount_card()), EBUSY);
+    EXPECT_EQ(failure(partition(first_lba, 1)), EBUSY);
+}
+
+TEST_F(HostCard, UnmountedCardTakesNoFilesAndKeepsItsOwn)
+{
+    make_file_system();
+    EXPECT_EQ(write_file("early", 1), -EBADF);
+    const std::string alias = m_card + "//files/";
+    ASSERT_EQ(mount("/dev/hd/sda1", alias.c_str(), "vfat", 0, nullptr), 0);
+    EXPECT_EQ(write_file("kept", 10), 10);
+    const int fd = open((alias + "kept").c_str(), O_RDONLY);
+    EXPECT_GE(fd, 0);
+    EXPECT_EQ(failure(umount(alias.c_str())), EBUSY);
+    close(fd);
+    EXPECT_EQ(umount(alias.c_str()), 0);
+    EXPECT_TRUE(names_in(hostcard_mount_point()).empty());
+    EXPECT_EQ(failure(remove((alias + "kept").c_str())), ENOENT);
+    EXPECT_EQ(free_clusters(), -1);
+    ASSERT_EQ(mount_card(), 0);
+    EXPECT_EQ(names_in(hostcard_mount_point()), std::vector<std::string>{"kept"});
+}
+
+TEST_F(HostCard, SizesAreThoseOfTheFileSystem)
+{
+    make_file_system();
+    const std::string copy = m_folder + "/partition.img";
+    std::vector<char> bytes(static_cast<size_t>(partition_bytes));
+    ASSERT_EQ(card_user_read("/dev/hd/sda1", 0, bytes.data(), bytes.size()), partition_bytes);
+    std::ofstream(copy, std::ios::binary).write(bytes.data(), partition_bytes);
+    FILE* const checker = popen(("fsck.fat -n " + copy + " | tail -1 | sed 's/.* files, //'").c_str(), "r");
+    unsigned used = 0, total = 0;
+    ASSERT_EQ(fscanf(checker, "%u/%u", &used, &total), 2);
+    pclose(checker);
+
+    ASSERT_EQ(mount_card(), 0);
+    struct statfs sizes = {};
+    ASSERT_EQ(statfs(hostcard_mount_point(), &sizes), 0);
+    EXPECT_EQ(sizes.f_type, MSDOS_SUPER_MAGIC);
+    EXPECT_EQ(sizes.f_bsize, cluster_bytes);
+    EXPECT_EQ(sizes.f_blocks, total);
+    EXPECT_EQ(sizes.f_bfree, total - used);
+    write_file("a", cluster_bytes + 1);
+    write_file("b", 1);
+    EXPECT_EQ(free_clusters(), total - used - 3);
+    hostcard_set_free(10 * cluster_bytes + 1);
+    EXPECT_EQ(free_clusters(), 10);
+}
+
+TEST_F(HostCard, FullCardRefusesFurtherClusters)
+{
+    make_file_system();
+    ASSERT_EQ(mount_card(), 0);
+    const long long free = free_clusters();
+    const size_t most = static_cast<size_t>(free - 1) * cluster_bytes;
+    EXPECT_EQ(write_file("a", most), static_cast<long long>(most));
+    EXPECT_EQ(write_file("b", 2 * cluster_bytes), cluster_bytes); // what fits, as a kernel does
+    EXPECT_EQ(write_file("c", 1), -ENOSPC);
+    EXPECT_EQ(write_file("b", 1), 1);
+    EXPECT_EQ(remove(on_card("a").c_str()), 0);
+    EXPECT_EQ(write_file("c", 2 * cluster_bytes), 2 * cluster_bytes);
+    EXPECT_EQ(free_clusters(), free - 3);
+    const int fd = open(on_card("c").c_str(), O_WRONLY);
+    EXPECT_EQ(failure(pwrite(fd, "x", 1, 0xFFFFFFFF)), EFBIG);
+    close(fd);
+}
+
+TEST_F(HostCard, NewBootRecordEmptiesTheCard)
+{
+    make_file_system();
+    ASSERT_EQ(mount_card(), 0);
+    write_file("old", 10);
+    fs::create_directory(m_card + "/files/folder");
+    std::ofstream(m_card + "/files/folder/older") << "x";
+    ASSERT_EQ(umount(hostcard_mount_point()), 0);
+    std::vector<char> sectors(1024);
+    ASSERT_EQ(card_user_read("/dev/hd/sda1", 0, sectors.data(), sectors.size()), 1024);
+    const int part = open("/dev/hd/sda1", O_RDWR);
+    EXPECT_EQ(pwrite(part, &sectors[512], 512, 512), 512);
+    EXPECT_FALSE(fs::is_empty(m_card + "/files"));
+    EXPECT_EQ(pwrite(part, &sectors[0], 512, 0), 512);
+    EXPECT_TRUE(fs::is_empty(m_card + "/files"));
+    close(part);
+    EXPECT_EQ(mount_card(), 0);
+}
+
+TEST_F(HostCard, ScriptedFaultsStrikeOnceOrForGood)
+{
+    hostcard_fail(HOSTCARD_OPEN, 2, EIO, 1);
+    const int fd = open("/dev/hd/sda", O_RDWR);
+    EXPECT_EQ(failure(open("/dev/hd/sda", O_RDWR)), EIO);
+    EXPECT_EQ(access("/", F_OK) + close(open("/", O_RDONLY)), 0);
+    hostcard_fail(HOSTCARD_WRITE, 1, ENODEV, 0);
+    hostcard_fail(HOSTCARD_READ, 1, 0, 1);
+    char bytes[8];
+    EXPECT_EQ(failure(write(fd, "x", 1)) + failure(write(fd, "x", 1)), 2 * ENODEV);
+    EXPECT_EQ(read(fd, bytes, 8), 4);
+    EXPECT_EQ(read(fd, bytes, 8), 8);
+    hostcard_fail_none();
+    EXPECT_EQ(write(fd, "x", 1), 1);
+    hostcard_fail(HOSTCARD_CLOSE, 1, EIO, 1);
+    EXPECT_EQ(failure(close(fd)), EIO);
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1); // released all the same
+    EXPECT_EQ(hostcard_count(HOSTCARD_OPEN), 2u);
+    EXPECT_EQ(hostcard_count(HOSTCARD_WRITE), 3u);
+}
+
+TEST_F(HostCard, SleepsAreScaled)
+{
+    hostcard_scale_sleep(0.001);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(sleep(30) + static_cast<unsigned>(usleep(500000)), 0u);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST_F(HostCard, PulledCardFailsInEveryThread)
+{
+    make_file_system();
+    ASSERT_EQ(mount_card(), 0);
+    const int fd = open(on_card("a").c_str(), O_RDWR | O_CREAT, 0666);
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 3; i++)
+        writers.emplace_back([this, fd] {
+            while (write(fd, "x", 1) == 1)
+                statfs((m_card + "/files").c_str(), std::make_unique<struct statfs>().get());
+            EXPECT_EQ(errno, EIO);
+        });
+    usleep(20000);
+    hostcard_eject();
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_EQ(close(fd), 0);
+    EXPECT_EQ(hostcard_insert(m_card.c_str()), 0);
+}
+
+} // namespace
