@@ -1,0 +1,118 @@
+#include "interface/workers.h"
+
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "interface/library_state.h"
+#include "util/log.h"
+
+namespace
+{
+
+constexpr unsigned long long IFS_OVERLAP_FREE_LIMIT = 419430400; // bytes; deletion begins below this
+constexpr unsigned IFS_OVERLAP_HYSTERESIS = 20;                  // files
+constexpr unsigned k_start_delay_s = 10;
+constexpr unsigned k_period_us = 1000000;
+
+/** What the overlap worker remembers from tick to tick. */
+struct Overlap_state {
+    unsigned main_files = 0;
+    unsigned sub_files = 0;
+    unsigned long long free_bytes = 0;
+    bool by_count = false; ///< the file-count rule of an earlier tick is still in force
+};
+
+/** Whether the file-count rule asks for a deletion. Once it has, it goes on until 20 below the limit. */
+bool Too_many_files(Overlap_state& state, unsigned max_files)
+{
+    if (max_files == 0) {
+        return false;
+    }
+    unsigned long main_files = 0;
+    unsigned long sub_files = 0;
+    pgIpc_file_system->Ifs_get_file_number(&main_files, &sub_files);
+    state.main_files = static_cast<unsigned>(main_files);
+    state.sub_files = static_cast<unsigned>(sub_files);
+    const unsigned total = state.main_files + state.sub_files;
+    if (total >= max_files) {
+        state.by_count = true;
+        return true;
+    }
+    if (state.by_count && max_files > IFS_OVERLAP_HYSTERESIS && total >= max_files - IFS_OVERLAP_HYSTERESIS) {
+        return true;
+    }
+    state.by_count = false;
+    return false;
+}
+
+} // namespace
+
+bool Start_detached_thread(void* (*start)(void*), void* arg)
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) {
+        return false;
+    }
+    pthread_attr_setscope(&attributes, PTHREAD_SCOPE_SYSTEM);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread;
+    const bool runs = pthread_create(&thread, &attributes, start, arg) == 0;
+    pthread_attr_destroy(&attributes);
+    return runs;
+}
+
+int Ifst_create_detached_thread(void* (*start)(void*), void* arg)
+{
+    Start_detached_thread(start, arg);
+    return 0;
+}
+
+void* Build_rec_file_list_thread(void*)
+{
+    IFS_TRACE_TIMED("Build record file list start...\n");
+    Call_store([] { return pgIpc_file_system->Ifs_build_rec_file_list(); });
+    IFS_TRACE_TIMED("Build record file list end!!!\n");
+    Store_shared(gLoading_or_rebuilding_index_file, 0);
+    pgIfs_interface_tl->Tl_unlock(nullptr);
+    return nullptr;
+}
+
+void Rebuild_and_release()
+{
+    const auto named = [](void* arg) {
+        prctl(PR_SET_NAME, "brflt");
+        return Build_rec_file_list_thread(arg);
+    };
+    if (!Start_detached_thread(named, nullptr)) {
+        Build_rec_file_list_thread(nullptr);
+    }
+}
+
+void* Overlap_thread(void*)
+{
+    prctl(PR_SET_NAME, "overlap");
+    sleep(k_start_delay_s);
+    IFS_TRACE("overlap thread start...\n");
+    Overlap_state state;
+    for (;; usleep(k_period_us)) {
+        if (!Load_shared(gIfs_overlap_flag)) {
+            continue;
+        }
+        const Held_locks held(LOCK_INTERFACE);
+        const unsigned max_files = Load_shared(gFs_max_file_number);
+        if (!Too_many_files(state, max_files)) {
+            if (pgIpc_file_system->Ifs_get_fs_size(nullptr, &state.free_bytes) != 0) {
+                IFS_ERROR("Ifs_get_fs_size Failed\n");
+                continue;
+            }
+            if (state.free_bytes >= IFS_OVERLAP_FREE_LIMIT) {
+                continue;
+            }
+        }
+        IFS_DETAIL("main:%ld, sub:%ld, max:%ld, free size:%lld\n", static_cast<long>(state.main_files),
+                   static_cast<long>(state.sub_files), static_cast<long>(max_files),
+                   static_cast<long long>(state.free_bytes));
+        Call_store([] { return pgIpc_file_system->Ifs_overlap(); });
+    }
+}

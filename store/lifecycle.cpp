@@ -1,0 +1,91 @@
+#include <sys/mount.h>
+
+#include "device/os_adapter.h"
+#include "store/ipc_file_system.h"
+#include "util/log.h"
+
+namespace
+{
+
+constexpr unsigned long k_mount_flags = MS_NOSUID | MS_NODEV | MS_NOATIME | MS_NODIRATIME;
+
+} // namespace
+
+CIpcFileSystem::CIpcFileSystem()
+    : m_file_handle(new CIfsHandle(IFS_FILE_HANDLES)), m_search_handle(new CIfsHandle(IFS_SEARCH_HANDLES))
+{
+}
+
+CIpcFileSystem::~CIpcFileSystem()
+{
+    Ifs_umount();
+    delete m_file_handle;
+    delete m_search_handle;
+}
+
+int CIpcFileSystem::Ifs_mount(const char* dev, const char* dir)
+{
+    const std::string partition = std::string(dev) + "1";
+    if (Ifsod_mount(partition.c_str(), dir, "vfat", k_mount_flags, "errors=continue") != 0) {
+        IFS_ERROR("Ifsod_mount Failed\n");
+        return -1;
+    }
+    Set_mount_point(dir);
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_umount()
+{
+    if (!Is_mounted()) {
+        return 0;
+    }
+    if (!m_playing_file_table.empty()) {
+        IFS_ERROR("m_playing_file_table is not empty!\n");
+        return -1;
+    }
+    if (!m_recording_file_table.empty()) {
+        IFS_ERROR("m_recording_file_table is not empty!\n");
+        return -1;
+    }
+    if (!m_searcher_table.empty()) {
+        IFS_ERROR("m_searcher_table is not empty!\n");
+        return -1;
+    }
+    if (Ifsod_umount(m_mount_point.c_str()) != 0) {
+        IFS_ERROR("Ifsod_umount Failed\n");
+        return -1;
+    }
+    Forget_everything();
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_format()
+{
+    return Is_mounted() ? -1 : Ifsod_format();
+}
+
+int CIpcFileSystem::Ifs_get_fs_size(unsigned long long* total, unsigned long long* free)
+{
+    const std::string dir = Mount_point();
+    if (dir.empty() || Ifsod_get_fs_size(dir.c_str(), total, free) != 0) {
+        return -1;
+    }
+    Store_shared(gHave_got_fs_size, 1);
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_get_file_number(unsigned long* main_number, unsigned long* sub_number)
+{
+    *main_number = 0;
+    *sub_number = 0;
+    if (!Is_mounted()) {
+        return -1;
+    }
+    const auto count = [this](_ifs_stream_type_ stream) -> unsigned long {
+        const auto found = m_rec_file_list_table.find(stream);
+        return found != m_rec_file_list_table.end() ? found->second.size() : 0;
+    };
+    *main_number = count(IFS_STREAM_MAIN);
+    *sub_number = count(IFS_STREAM_SUB);
+    return 0;
+}

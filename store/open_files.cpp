@@ -1,0 +1,105 @@
+#include <algorithm>
+
+#include "store/ipc_file_system.h"
+#include "util/calendar_time.h"
+
+std::string CIpcFileSystem::Mount_point() const
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    return m_mount_point;
+}
+
+void CIpcFileSystem::Set_mount_point(const std::string& dir)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    m_mount_point = dir;
+}
+
+void CIpcFileSystem::Empty_catalogue()
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    m_unindexed_count_table.clear();
+    m_index_list_table.clear();
+    m_rec_file_list_table.clear();
+    m_overlap_count_table.clear();
+}
+
+void CIpcFileSystem::Forget_everything()
+{
+    Empty_catalogue();
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    m_mount_point.clear();
+    m_recording_file_table.clear();
+    m_playing_file_table.clear();
+    m_searcher_table.clear();
+}
+
+void CIpcFileSystem::Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_file_& rec)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    m_rec_file_list_table[stream].push_back(rec);
+}
+
+void CIpcFileSystem::Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_list::iterator position)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    m_rec_file_list_table[stream].erase(position);
+}
+
+void CIpcFileSystem::Sort_catalogue(_ifs_stream_type_ stream)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    Ifs_sort_rec_file_list(m_rec_file_list_table[stream]);
+}
+
+void CIpcFileSystem::Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    table[fd] = file.get();
+    file.release();
+}
+
+std::unique_ptr<CIpcRecFile> CIpcFileSystem::Remove_file(File_table& table, int fd)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    const auto found = table.find(fd);
+    std::unique_ptr<CIpcRecFile> file(found->second);
+    table.erase(found);
+    return file;
+}
+
+CIpcRecFile* CIpcFileSystem::Find_file(const File_table& table, int fd) const
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    const auto found = table.find(fd);
+    return found != table.end() ? found->second : nullptr;
+}
+
+std::vector<CIpcRecFile*> CIpcFileSystem::Recordings() const
+{
+    std::vector<CIpcRecFile*> files;
+    files.reserve(IFS_FILE_HANDLES);
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    for (const auto& [fd, file] : m_recording_file_table) {
+        files.push_back(file);
+    }
+    return files;
+}
+
+bool CIpcFileSystem::Find_catalogued(const tm* start, _ifs_stream_type_ stream, _ifs_rec_file_* out) const
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    const auto found = m_rec_file_list_table.find(stream);
+    if (found == m_rec_file_list_table.end()) {
+        return false;
+    }
+    const Rec_file_list& list = found->second;
+    const auto entry = std::find_if(list.begin(), list.end(), [start](const _ifs_rec_file_& rec) {
+        return Ifsm_tm_cmp(&rec.start_tm, start) == 0;
+    });
+    if (entry == list.end()) {
+        return false;
+    }
+    *out = *entry;
+    return true;
+}

@@ -1,0 +1,278 @@
+#include <cstdio>
+
+#include "store/ipc_file_system.h"
+#include "util/calendar_time.h"
+#include "util/log.h"
+
+namespace
+{
+
+/** Catalogue entries that answer a time, none of which starts at it; each kind has a bit in log lines. */
+struct Candidates {
+    static constexpr unsigned long k_following = 0x4;
+    static constexpr unsigned long k_ending = 0x8;
+    static constexpr unsigned long k_covering = 0x10;
+
+    unsigned long found = 0;
+    _ifs_rec_file_ following;
+    _ifs_rec_file_ ending;
+    _ifs_rec_file_ covering;
+
+    bool Has(unsigned long kind) const { return (found & kind) != 0; }
+
+    /** Keep an entry that the time stands to as place says, when it beats the one kept before. */
+    void Consider(int place, const _ifs_rec_file_& rec)
+    {
+        if (place == 2 && (!Has(k_following) || Ifsm_tm_cmp(&rec.start_tm, &following.start_tm) < 0)) {
+            found |= k_following;
+            following = rec;
+        } else if (place == 3) {
+            found |= k_ending;
+            ending = rec;
+        } else if (place == 4 && (!Has(k_covering) || Ifsm_tm_cmp(&rec.end_tm, &covering.end_tm) > 0)) {
+            found |= k_covering;
+            covering = rec;
+        }
+    }
+};
+
+const char* Base_name(const char* path)
+{
+    const char* base = path;
+    for (const char* c = path; *c != '\0'; ++c) {
+        if (*c == '/') {
+            base = c + 1;
+        }
+    }
+    return base;
+}
+
+void Write_path(const std::string& dir, const _ifs_rec_file_& rec, char* path)
+{
+    _rec_file_info_ info{};
+    info.info_mask = REC_INFO_NAME;
+    info.rec = rec;
+    std::string name;
+    CIpcRecFile::SIrf_build_media_fn(name, &info);
+    snprintf(path, IFS_PATH_BYTES, "%s/%s", dir.c_str(), name.c_str());
+}
+
+} // namespace
+
+int CIpcFileSystem::Ifs_find_record_file(tm* t, _ifs_stream_type_ stream, bool nearest, _rec_file_info_* out)
+{
+    Candidates listed;
+    const auto list = m_rec_file_list_table.find(stream);
+    if (list != m_rec_file_list_table.end()) {
+        for (_ifs_rec_file_& rec : list->second) {
+            if (Ifsm_cmp_date(&rec.start_tm, t) != 0) {
+                continue;
+            }
+            const int place = Ifrf_tm_compare(t, &rec.start_tm, &rec.end_tm);
+            if (place == 1) {
+                out->rec = rec;
+                return 0;
+            }
+            listed.Consider(place, rec);
+        }
+    }
+    int running = -1; // where t stands to the recording in *out
+    for (const auto& [fd, file] : m_recording_file_table) {
+        out->info_mask = REC_INFO_NAME_AND_END;
+        file->Irf_get_rec_info(out);
+        const _ifs_rec_file_& rec = out->rec;
+        IFS_TRACE("Find recording file(%s, " IFS_TM_FORMAT ")(%s)(" IFS_TM_FORMAT ")(" IFS_TM_FORMAT ")\n",
+                  Ifs_stream_word(stream), IFS_TM_ARGS(*t), Ifs_stream_word(rec.stream_type),
+                  IFS_TM_ARGS(rec.start_tm), IFS_TM_ARGS(rec.end_tm));
+        if (rec.stream_type != stream || Ifsm_cmp_date(&rec.start_tm, t) != 0) {
+            continue;
+        }
+        running = Ifrf_tm_compare(t, &out->rec.start_tm, &out->rec.end_tm);
+        if (running == 1) {
+            return 0;
+        }
+        if (running != 5) {
+            break;
+        }
+    }
+    IFS_DETAIL("list_find_bitmap:0x%08lx, %d, %d\n", listed.found, running, static_cast<int>(nearest));
+    if (!nearest) {
+        return -1;
+    }
+    if (listed.Has(Candidates::k_covering)) {
+        out->rec = listed.covering;
+        return 0;
+    }
+    if (running == 4) {
+        return 0;
+    }
+    if (listed.Has(Candidates::k_ending)) {
+        out->rec = listed.ending;
+        return 0;
+    }
+    if (running == 3) {
+        return 0;
+    }
+    if (listed.Has(Candidates::k_following)) {
+        out->rec = listed.following;
+        return 0;
+    }
+    return running == 2 ? 0 : -1;
+}
+
+/** The steps that all opens share; open_file opens the file that was asked for. */
+template <typename Open_file>
+int CIpcFileSystem::Ifs_open(Open_file open_file)
+{
+    Taken_handle handle(*m_file_handle);
+    if (!handle.Valid()) {
+        IFS_ERROR("There is no free handle\n");
+        return -1;
+    }
+    auto file = std::make_unique<CIpcRecFile>();
+    if (open_file(*file) != 0) {
+        IFS_ERROR("Irf_open Failed\n");
+        return -1;
+    }
+    Enter_file(m_playing_file_table, handle.Get(), std::move(file));
+    return handle.Keep();
+}
+
+int CIpcFileSystem::Ifs_open(tm* t, _ifs_stream_type_ stream)
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    _rec_file_info_ info{};
+    const bool nearest = stream != IFS_STREAM_MAIN;
+    if (Ifs_find_record_file(t, stream, nearest, &info) != 0) {
+        IFS_ERROR("Find record file Failed(%s, " IFS_TM_FORMAT ")\n", Ifs_stream_word(stream),
+                  IFS_TM_ARGS(*t));
+        return -1;
+    }
+    IFS_ALWAYS("Ifs_open Find Ok(%s, " IFS_TM_FORMAT ")(" IFS_TM_FORMAT ")(" IFS_TM_FORMAT ")\n",
+               Ifs_stream_word(stream), IFS_TM_ARGS(*t), IFS_TM_ARGS(info.rec.start_tm),
+               IFS_TM_ARGS(info.rec.end_tm));
+    info.info_mask = REC_INFO_NAME;
+    return Ifs_open(
+        [&](CIpcRecFile& file) { return file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_READ); });
+}
+
+int CIpcFileSystem::Ifs_open(char* name)
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    return Ifs_open([&](CIpcRecFile& file) {
+        return file.Irf_open(m_mount_point.c_str(), Base_name(name), IRF_OPEN_READ);
+    });
+}
+
+int CIpcFileSystem::Ifs_open(_ifs_rec_file_* rec)
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    _rec_file_info_ info{REC_INFO_NAME, *rec};
+    return Ifs_open(
+        [&](CIpcRecFile& file) { return file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_READ); });
+}
+
+int CIpcFileSystem::Ifs_stat(int fd, _ifs_rec_file_* rec)
+{
+    CIpcRecFile* file = Find_file(m_playing_file_table, fd);
+    if (file == nullptr) {
+        file = Find_file(m_recording_file_table, fd);
+    }
+    if (file == nullptr) {
+        IFS_ERROR("Invalid fd\n");
+        return -1;
+    }
+    _rec_file_info_ info{};
+    info.info_mask = REC_INFO_ALL;
+    if (file->Irf_get_rec_info(&info) != 0) {
+        IFS_ERROR("Irf_get_rec_info Failed\n");
+        return -1;
+    }
+    *rec = info.rec;
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_read(int fd, char* buf, int size, int* payload_offset, int* payload_len,
+                             int* frame_offset, int* frame_len, _ifs_frame_type_* frame_type, int* time)
+{
+    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    if (file == nullptr) {
+        IFS_ERROR("It's not playing file(%d)\n", fd);
+        return -1;
+    }
+    return file->Irf_read(buf, size, payload_offset, payload_len, frame_offset, frame_len, frame_type, time);
+}
+
+int CIpcFileSystem::Ifs_read(int fd, char* buf, int size)
+{
+    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    if (file == nullptr) {
+        IFS_ERROR("It's not playing file(%d)\n", fd);
+        return -1;
+    }
+    return file->Irf_read(buf, size);
+}
+
+int CIpcFileSystem::Ifs_seek(int fd, long offset, int whence)
+{
+    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    if (file == nullptr) {
+        IFS_ERROR("It's not playing file(%d)\n", fd);
+        return -1;
+    }
+    return file->Irf_seek(offset, whence);
+}
+
+int CIpcFileSystem::Ifs_tseek(int fd, unsigned int t)
+{
+    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    if (file == nullptr) {
+        IFS_ERROR("It's not playing file(%d)\n", fd);
+        return -1;
+    }
+    return file->Irf_tseek(t);
+}
+
+int CIpcFileSystem::Ifs_get_file_name(_ifs_rec_file_* rec, char* path)
+{
+    const std::string dir = Mount_point();
+    if (dir.empty()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    Write_path(dir, *rec, path);
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_get_file_name(tm* t, _ifs_stream_type_ stream, char* path)
+{
+    const std::string dir = Mount_point();
+    if (dir.empty()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    _rec_file_info_ info{};
+    if (Find_catalogued(t, stream, &info.rec)) {
+        Write_path(dir, info.rec, path);
+        return 0;
+    }
+    for (CIpcRecFile* const file : Recordings()) {
+        info.info_mask = REC_INFO_NAME;
+        if (file->Irf_get_rec_info(&info) == 0 && Ifsm_tm_cmp(&info.rec.start_tm, t) == 0 &&
+            info.rec.stream_type == stream) {
+            Write_path(dir, info.rec, path);
+            return 0;
+        }
+    }
+    IFS_ERROR("Find file Failed\n");
+    return -1;
+}

@@ -1,0 +1,133 @@
+#include <boost/bind/bind.hpp>
+
+#include <cstring>
+
+#include "store/ipc_file_system.h"
+#include "util/calendar_time.h"
+#include "util/log.h"
+
+namespace
+{
+
+constexpr _ifs_stream_type_ k_streams[] = {IFS_STREAM_MAIN, IFS_STREAM_SUB};
+
+bool Is_older_naming(const char* name)
+{
+    return strstr(name, ".data") != nullptr && strncmp(name, "CH", 2) == 0;
+}
+
+} // namespace
+
+int CIpcFileSystem::Ifs_build_rec_file_list()
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    Empty_catalogue();
+    for (const _ifs_stream_type_ stream : k_streams) {
+        m_unindexed_count_table[stream] = 0;
+        Ifs_load_index_file(stream, m_index_list_table[stream]);
+    }
+    Ifsdc_scan_directory(m_mount_point.c_str(),
+                         boost::bind(&CIpcFileSystem::Scan_record_file, this, boost::placeholders::_1,
+                                     boost::placeholders::_2, boost::placeholders::_3),
+                         nullptr);
+    for (auto& [stream, list] : m_rec_file_list_table) {
+        Sort_catalogue(stream);
+    }
+    for (auto& [stream, left_over] : m_index_list_table) {
+        const int unindexed = m_unindexed_count_table[stream];
+        if (unindexed == 0 && left_over.empty()) {
+            continue;
+        }
+        IFS_TRACE("Rewrite index file(%d, %d, %d)\n", static_cast<int>(stream), unindexed,
+                  static_cast<int>(left_over.size()));
+        Rec_file_list none;
+        const auto found = m_rec_file_list_table.find(stream);
+        Ifs_rewrite_index_file(stream, found != m_rec_file_list_table.end() ? found->second : none);
+    }
+    unsigned long main_number = 0;
+    unsigned long sub_number = 0;
+    Ifs_get_file_number(&main_number, &sub_number);
+    IFS_TRACE("Number of main stream record file:%d\n", static_cast<int>(main_number));
+    IFS_TRACE("Number of sub stream record file:%d\n", static_cast<int>(sub_number));
+    return 0;
+}
+
+_scan_dir_operation_ CIpcFileSystem::Scan_record_file(const char*, const char* name, void*)
+{
+    _rec_file_info_ named{};
+    named.info_mask = REC_INFO_NAME;
+    if (CIpcRecFile::SIrf_get_rec_info(name, &named) != 0) {
+        if (Is_older_naming(name)) {
+            Store_shared(gCard_fs_version, 1);
+        }
+        return SCAN_DIR_CONTINUE;
+    }
+    if (Is_being_recorded(name)) { // it enters the catalogue when it is closed
+        return SCAN_DIR_CONTINUE;
+    }
+    const _ifs_stream_type_ stream = named.rec.stream_type;
+    _ifs_rec_file_ entry;
+    if (Take_index_entry(named.rec.start_tm, stream, &entry)) {
+        entry.stream_type = stream; // whatever a damaged item says
+        Add_to_catalogue(stream, entry);
+        return SCAN_DIR_CONTINUE;
+    }
+    IFS_TRACE_TIMED("%s\n", name);
+    CIpcRecFile file;
+    if (file.Irf_open(m_mount_point.c_str(), name, IRF_OPEN_PROBE) != 0) {
+        IFS_ERROR("Remove file1(%s)\n", name);
+        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name);
+        return SCAN_DIR_CONTINUE;
+    }
+    IFS_TRACE_TIMED("%s\n", name);
+    _rec_file_info_ probed{};
+    probed.info_mask = REC_INFO_ALL;
+    if (file.Irf_get_rec_info(&probed) != 0) {
+        file.Irf_close();
+        IFS_ERROR("Remove file2(%s)\n", name);
+        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name);
+        return SCAN_DIR_CONTINUE;
+    }
+    IFS_TRACE_TIMED("%s\n", name);
+    if (probed.rec.file_size == 0) {
+        IFS_ERROR("Remove file3(%s)\n", name);
+        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name);
+        return SCAN_DIR_CONTINUE;
+    }
+    ++m_unindexed_count_table[stream];
+    Add_to_catalogue(stream, probed.rec);
+    return SCAN_DIR_CONTINUE;
+}
+
+bool CIpcFileSystem::Is_being_recorded(const char* name) const
+{
+    for (const auto& [fd, file] : m_recording_file_table) {
+        std::string recorded;
+        file->Irf_get_media_fn(recorded);
+        if (recorded == name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** Move the entry of a start time out of the stream's index list, which is sorted. */
+bool CIpcFileSystem::Take_index_entry(const tm& start, _ifs_stream_type_ stream, _ifs_rec_file_* entry)
+{
+    Rec_file_list& list = m_index_list_table[stream];
+    for (auto it = list.begin(); it != list.end(); ++it) {
+        const int order = Ifsm_tm_cmp(&start, &it->start_tm);
+        if (order < 0) {
+            return false;
+        }
+        if (order == 0) {
+            Ifs_rec_file_info_copy(it, entry, true);
+            list.erase(it);
+            return true;
+        }
+    }
+    return false;
+}

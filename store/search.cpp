@@ -1,0 +1,270 @@
+#include "store/search.h"
+
+#include <cstring>
+
+#include "store/ipc_file_system.h"
+#include "util/calendar_time.h"
+#include "util/log.h"
+
+namespace
+{
+
+constexpr int k_calendar_days = 31;
+
+/** file_size of a listed recording that was being written when the search was opened. */
+constexpr int k_still_written = -1;
+
+bool Describe(CIpcRecFile* file, unsigned info_mask, _ifs_rec_file_* rec)
+{
+    _rec_file_info_ info{};
+    info.info_mask = info_mask;
+    const bool described = file->Irf_get_rec_info(&info) == 0;
+    *rec = info.rec;
+    return described;
+}
+
+bool Is_within(const tm* t, const tm* start, const tm* end)
+{
+    return Ifsm_tm_cmp(t, start) >= 0 && Ifsm_tm_cmp(t, end) <= 0;
+}
+
+void Mark_day(const tm* utc, unsigned char* days)
+{
+    tm local{};
+    Ifsm_utc_to_local(utc, &local);
+    const int index = local.tm_mday - 1;
+    if (index >= 0 && index < k_calendar_days) {
+        days[index] = 1;
+    }
+}
+
+} // namespace
+
+bool Ifs_is_suitable_rec(_ifs_rec_file_* rec, _searcher_info_* search, bool* go_on)
+{
+    *go_on = true;
+    if (Ifsm_tm_cmp(&rec->end_tm, &search->start_tm) < 0) {
+        return false;
+    }
+    if (Ifsm_tm_cmp(&rec->start_tm, &search->end_tm) > 0) {
+        *go_on = false;
+        return false;
+    }
+    return true;
+}
+
+bool Ifs_is_suitable_rec(Rec_file_list::iterator& it, _ifs_rec_file_* out, _searcher_info_* search,
+                         bool* go_on)
+{
+    Ifs_rec_file_info_copy(it, out, true);
+    return Ifs_is_suitable_rec(out, search, go_on);
+}
+
+bool Ifs_is_suitable_rec(CIpcRecFile* file, _ifs_rec_file_* out, _searcher_info_* search)
+{
+    _ifs_rec_file_ span;
+    bool go_on = true;
+    return Describe(file, REC_INFO_SPAN, &span) && span.stream_type == search->stream_type &&
+           Ifs_is_suitable_rec(&span, search, &go_on) && Describe(file, REC_INFO_ALL, out);
+}
+
+void Ifs_calendar_calculate(_ifs_rec_file_* rec, unsigned char* days, tm* start, tm* end)
+{
+    if (Is_within(&rec->start_tm, start, end)) {
+        Mark_day(&rec->start_tm, days);
+    }
+    if (Is_within(&rec->end_tm, start, end)) {
+        Mark_day(&rec->end_tm, days);
+    }
+}
+
+int Ifrf_tm_compare(tm* t, tm* start, tm* end)
+{
+    const int against_start = Ifsm_tm_cmp(t, start);
+    if (against_start == 0) {
+        return 1;
+    }
+    if (against_start < 0) {
+        return 2;
+    }
+    const int against_end = Ifsm_tm_cmp(t, end);
+    if (against_end == 0) {
+        return 3;
+    }
+    return against_end < 0 ? 4 : 5;
+}
+
+/** Call take with a copy of each catalogued and then each running recording that matches a search. */
+template <typename Take_catalogued, typename Take_running>
+void CIpcFileSystem::For_each_match(_searcher_info_* search, Take_catalogued take_catalogued,
+                                    Take_running take_running)
+{
+    _ifs_rec_file_ rec;
+    const auto found = m_rec_file_list_table.find(search->stream_type);
+    if (found != m_rec_file_list_table.end()) {
+        bool go_on = true;
+        for (auto it = found->second.begin(); go_on && it != found->second.end(); ++it) {
+            if (Ifs_is_suitable_rec(it, &rec, search, &go_on)) {
+                take_catalogued(rec);
+            }
+        }
+    }
+    for (const auto& [fd, file] : m_recording_file_table) {
+        if (Ifs_is_suitable_rec(file, &rec, search)) {
+            take_running(rec);
+        }
+    }
+}
+
+int CIpcFileSystem::Ifs_find_open(tm* start, tm* end, _ifs_stream_type_ stream)
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    Taken_handle handle(*m_search_handle);
+    if (!handle.Valid()) {
+        IFS_ERROR("There is no free search handle\n");
+        return -1;
+    }
+    auto search = std::make_unique<_searcher_info_>();
+    search->start_tm = *start;
+    search->end_tm = *end;
+    search->stream_type = stream;
+    Rec_file_list& matches = search->rec_file_list;
+    For_each_match(
+        search.get(), [&matches](_ifs_rec_file_& rec) { matches.push_back(rec); },
+        [&matches](_ifs_rec_file_& rec) {
+            rec.file_size = k_still_written;
+            matches.push_back(rec);
+        });
+    search->cur_pos = matches.begin();
+    const int number = static_cast<int>(matches.size());
+    m_searcher_table[handle.Get()] = search.get();
+    search.release();
+    IFS_TRACE("start time:" IFS_TM_FORMAT ", end time:" IFS_TM_FORMAT ", stream type:%d, number:%d\n",
+              IFS_TM_ARGS(*start), IFS_TM_ARGS(*end), static_cast<int>(stream), number);
+    return handle.Keep();
+}
+
+int CIpcFileSystem::Ifs_find_close(int handle)
+{
+    const auto found = m_searcher_table.find(handle);
+    if (found != m_searcher_table.end()) {
+        delete found->second;
+        m_searcher_table.erase(found);
+        m_search_handle->Ifsh_free(handle);
+    }
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_find_get_count(int handle)
+{
+    const auto found = m_searcher_table.find(handle);
+    return found != m_searcher_table.end() ? static_cast<int>(found->second->rec_file_list.size()) : 0;
+}
+
+int CIpcFileSystem::Ifs_find_next(int handle, int count, _ifs_rec_file_* out)
+{
+    const auto found = m_searcher_table.find(handle);
+    if (found == m_searcher_table.end() || count < 1) {
+        return 0;
+    }
+    Rec_file_list& list = found->second->rec_file_list;
+    auto& cur_pos = found->second->cur_pos;
+    if (cur_pos == list.end()) {
+        IFS_ERROR("Get Over(%d)!\n", static_cast<int>(list.size()));
+        return 0;
+    }
+    int n = 0;
+    while (n < count && cur_pos != list.end()) {
+        Ifs_rec_file_info_copy(cur_pos, &out[n], true);
+        if (out[n].file_size < 1) {
+            const int state = Ifs_get_recording_file_info(cur_pos, &out[n]);
+            if (state == 2 || state == -1) {
+                cur_pos = list.erase(cur_pos);
+                continue;
+            }
+            if (state == 1) {
+                Ifs_rec_file_info_copy(cur_pos, &out[n], false);
+            }
+        }
+        ++cur_pos;
+        ++n;
+    }
+    IFS_TRACE("Find Number:%d\n", n);
+    for (int i = 0; i < n && Ifs_log_on(IFS_DEBUG_DETAIL); ++i) {
+        Ifs_print("\tstart time:" IFS_TM_FORMAT ", end time:" IFS_TM_FORMAT ", size:%d\n",
+                  IFS_TM_ARGS(out[i].start_tm), IFS_TM_ARGS(out[i].end_tm), out[i].file_size);
+    }
+    return n;
+}
+
+int CIpcFileSystem::Ifs_get_recording_file_info(Rec_file_list::iterator& it, _ifs_rec_file_* out)
+{
+    for (const auto& [fd, file] : m_recording_file_table) {
+        _ifs_rec_file_ rec;
+        if (!Describe(file, REC_INFO_IDENTITY, &rec)) {
+            IFS_ERROR("Irf_get_rec_info Failed\n");
+            continue;
+        }
+        if (rec.stream_type == it->stream_type && Ifsm_tm_cmp(&rec.start_tm, &it->start_tm) == 0 &&
+            Describe(file, REC_INFO_ALL, &rec)) {
+            *out = rec;
+            return 0;
+        }
+    }
+    _rec_file_info_ info{};
+    info.info_mask = REC_INFO_NAME;
+    Ifs_rec_file_info_copy(it, &info.rec, true);
+    CIpcRecFile file;
+    if (file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_PROBE) != 0) {
+        IFS_ERROR("Irf_open Failed\n");
+        return 2;
+    }
+    if (!Describe(&file, REC_INFO_ALL, &info.rec)) {
+        IFS_ERROR("Irf_get_rec_info Failed\n");
+        return -1;
+    }
+    *out = info.rec;
+    return 1;
+}
+
+int CIpcFileSystem::Ifs_get_rec_calendar(tm* start, tm* end, _ifs_stream_type_ stream, unsigned char* days)
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -1;
+    }
+    memset(days, 0, k_calendar_days);
+    _searcher_info_ search{};
+    search.start_tm = *start;
+    search.end_tm = *end;
+    search.stream_type = stream;
+    const auto mark = [=](_ifs_rec_file_& rec) { Ifs_calendar_calculate(&rec, days, start, end); };
+    For_each_match(&search, mark, mark);
+
+    IFS_DETAIL("Calendar(stream type:%d)(From " IFS_TM_FORMAT " To " IFS_TM_FORMAT ")\n",
+               static_cast<int>(stream), IFS_TM_ARGS(*start), IFS_TM_ARGS(*end));
+    for (int day = 1; day <= k_calendar_days && Ifs_log_on(IFS_DEBUG_DETAIL); ++day) {
+        Ifs_print("\tDay[%02d]:%d\n", day, days[day - 1]);
+    }
+    return 0;
+}
+
+int CIpcFileSystem::Ifs_get_latest_rec_time(tm* latest)
+{
+    if (!Is_mounted()) {
+        IFS_ERROR("You must mount file system first\n");
+        return -3;
+    }
+    *latest = {};
+    int result = -2;
+    for (const auto& [stream, list] : m_rec_file_list_table) {
+        if (!list.empty() && Ifsm_tm_cmp(&list.back().end_tm, latest) > 0) {
+            *latest = list.back().end_tm;
+            result = 0;
+        }
+    }
+    return result;
+}

@@ -1,0 +1,34 @@
+#ifndef IFS_STORE_SEARCH_H
+#define IFS_STORE_SEARCH_H
+
+#include "recfile/rec_file.h"
+#include "store/catalogue.h"
+
+/** One open search: the range, and copies of the entries that matched when it was opened. */
+struct _searcher_info_ {
+    tm start_tm;
+    tm end_tm;
+    _ifs_stream_type_ stream_type;
+    Rec_file_list rec_file_list;     ///< the catalogue's matches, then those being written, by handle
+    Rec_file_list::iterator cur_pos; ///< next entry to hand out
+};
+
+/**
+ * Whether an entry overlaps the range of a search, bounds included. The stream is not looked at.
+ *
+ * @param go_on  receives false when the entry, and so each that starts later, lies after the range
+ */
+bool Ifs_is_suitable_rec(_ifs_rec_file_* rec, _searcher_info_* search, bool* go_on);
+/** The same for the element at it, which is copied into *out. */
+bool Ifs_is_suitable_rec(Rec_file_list::iterator& it, _ifs_rec_file_* out, _searcher_info_* search,
+                         bool* go_on);
+/** Whether a recording being written is of the search's stream and range; *out is then its full entry. */
+bool Ifs_is_suitable_rec(CIpcRecFile* file, _ifs_rec_file_* out, _searcher_info_* search);
+
+/** Mark in the 31 days the local days on which rec starts or ends within the range. */
+void Ifs_calendar_calculate(_ifs_rec_file_* rec, unsigned char* days, tm* start, tm* end);
+
+/** Where t lies against a span: 1 at start, 2 before it, 3 at end, 4 between, 5 after end. */
+int Ifrf_tm_compare(tm* t, tm* start, tm* end);
+
+#endif

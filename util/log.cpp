@@ -1,0 +1,42 @@
+#include "util/log.h"
+
+#include <sys/time.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace
+{
+
+void Print_prefix(Log_prefix prefix, const char* func, int line)
+{
+    if (prefix == Log_prefix::plain) {
+        printf("[func:%s][line:%d]", func, line);
+        return;
+    }
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    printf("[func:%s][line:%d][%08ld.%08ld]", func, line, static_cast<long>(now.tv_sec),
+           static_cast<long>(now.tv_usec));
+}
+
+} // namespace
+
+void Ifs_log(Log_prefix prefix, const char* func, int line, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    flockfile(stdout);
+    Print_prefix(prefix, func, line);
+    vprintf(format, args);
+    funlockfile(stdout);
+    va_end(args);
+}
+
+void Ifs_print(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
+}
