@@ -1,0 +1,87 @@
+#ifndef IFS_TESTS_SUPPORT_H
+#define IFS_TESTS_SUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <functional>
+#include <ostream>
+#include <string>
+
+/** A broken-down UTC time from its six fields as people write them. */
+inline tm Utc(int year, int month, int day, int hour, int minute, int second)
+{
+    tm t{};
+    t.tm_year = year - 1900;
+    t.tm_mon = month - 1;
+    t.tm_mday = day;
+    t.tm_hour = hour;
+    t.tm_min = minute;
+    t.tm_sec = second;
+    return t;
+}
+
+/** A time as text, for comparisons with readable failures. */
+inline std::string Text(const tm& t)
+{
+    char text[64];
+    snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,
+             t.tm_hour, t.tm_min, t.tm_sec);
+    return text;
+}
+
+/** What action prints to standard output. */
+inline std::string Printed(const std::function<void()>& action)
+{
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+
+/** The same without the prefixes of the lines, "[func:...][line:...]" and the clock behind it. */
+inline std::string Messages(const std::function<void()>& action)
+{
+    std::string text = Printed(action);
+    for (size_t at; (at = text.find("[func:")) != std::string::npos;) {
+        size_t end = at;
+        while (end < text.size() && text[end] == '[') {
+            end = text.find(']', end) + 1;
+        }
+        text.erase(at, end - at);
+    }
+    return text;
+}
+
+/** Bytes from hex text; blanks and everything from '#' to the end of a line are skipped. */
+inline std::string Bytes(const std::string& hex)
+{
+    std::string bytes;
+    std::string digits;
+    bool comment = false;
+    for (const char c : hex) {
+        comment = c == '#' || (comment && c != '\n');
+        if (!comment && isxdigit(static_cast<unsigned char>(c))) {
+            digits += c;
+        }
+        if (digits.size() == 2) {
+            bytes += static_cast<char>(std::stoi(digits, nullptr, 16));
+            digits.clear();
+        }
+    }
+    return bytes;
+}
+
+/** Bytes as hex text, 16 a line. */
+inline std::string Hex(const std::string& bytes)
+{
+    std::string hex;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        char text[8];
+        snprintf(text, sizeof text, "%02x%c", static_cast<unsigned char>(bytes[i]),
+                 i % 16 == 15 ? '\n' : ' ');
+        hex += text;
+    }
+    return hex;
+}
+
+#endif

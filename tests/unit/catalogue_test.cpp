@@ -1,0 +1,102 @@
+#include "store/catalogue.h"
+
+#include "store/ifsdirectoryscaner.h"
+#include "store/index_item.h"
+#include "store/search.h"
+#include "tests/support.h"
+
+TEST(Catalogue, DumpsAnEntryWithItsDefaults)
+{
+    _ifs_rec_file_ rec;
+    Ifs_rec_file_info_init(&rec);
+    EXPECT_EQ(Messages([&] { Ifs_print_rec_file_info(nullptr, 7, &rec); }),
+              "\n\n#(, 7)########################################\n"
+              "stream type:main\n"
+              "start time:1900-01-00 00:00:00\n"
+              "end time:1900-01-00 00:00:00\n"
+              "resolution(255):-1 * -1\n"
+              "frame rate:255\n"
+              "have audio:0\n"
+              "audio profile:0\n"
+              "audio sample rate index:0\n"
+              "audio channel conf:0\n"
+              "file size:-1\n"
+              "#########################################\n\n\n");
+}
+
+TEST(Catalogue, KeepsAnEntryThroughItsImageOnTheCard)
+{
+    _ifs_rec_file_ rec{};
+    rec.start_tm = Utc(2019, 10, 12, 17, 17, 23);
+    rec.start_tm.tm_gmtoff = -3600;
+    rec.end_tm = Utc(2019, 10, 12, 17, 18, 23);
+    rec.video_res = 6;
+    rec.video_system = 1;
+    rec.frame_rate = 25;
+    rec.stream_type = IFS_STREAM_SUB;
+    rec.width = 1280;
+    rec.height = 720;
+    rec.have_audio = 1;
+    rec.audio_profile = 2;
+    rec.audio_sample_rate_index = 11;
+    rec.audio_channel_conf = 1;
+    rec.file_size = -2;
+    std::string image(IFS_ITEM_BYTES, '\xee');
+
+    Ifs_put_index_item(rec, reinterpret_cast<unsigned char*>(image.data()));
+
+    EXPECT_EQ(Hex(image), Hex(Bytes(R"(
+        17 00 00 00 11 00 00 00 11 00 00 00 0c 00 00 00   # start: 23 s, 17 min, 17 h, 12th
+        09 00 00 00 77 00 00 00 00 00 00 00 00 00 00 00   # October, 2019, day of week, of year
+        00 00 00 00 f0 f1 ff ff 00 00 00 00               # daylight saving, offset, zone word
+        17 00 00 00 12 00 00 00 11 00 00 00 0c 00 00 00   # end
+        09 00 00 00 77 00 00 00 00 00 00 00 00 00 00 00
+        00 00 00 00 00 00 00 00 00 00 00 00
+        06 01 19 00                                       # codes, frame rate, reserved
+        01 00 00 00 00 05 00 00 d0 02 00 00               # stream, width, height
+        01 00 00 00 02 00 00 00 0b 00 00 00 01 00 00 00   # audio
+        fe ff ff ff                                       # file size
+    )")));
+    const _ifs_rec_file_ back = Ifs_get_index_item(reinterpret_cast<const unsigned char*>(image.data()));
+    std::string again(IFS_ITEM_BYTES, '\0');
+    Ifs_put_index_item(back, reinterpret_cast<unsigned char*>(again.data()));
+    EXPECT_EQ(Hex(again), Hex(image));
+}
+
+TEST(Catalogue, PlacesATimeAgainstASpan)
+{
+    const auto place = [](int t, int start, int end) {
+        tm times[] = {Utc(2020, 1, 1, 0, 0, t), Utc(2020, 1, 1, 0, 0, start), Utc(2020, 1, 1, 0, 0, end)};
+        return Ifrf_tm_compare(&times[0], &times[1], &times[2]);
+    };
+    EXPECT_EQ(place(5, 5, 5), 1);
+    EXPECT_EQ(place(5, 5, 1), 1);
+    EXPECT_EQ(place(4, 5, 9), 2);
+    EXPECT_EQ(place(9, 5, 9), 3);
+    EXPECT_EQ(place(6, 5, 9), 4);
+    EXPECT_EQ(place(10, 5, 9), 5);
+}
+
+TEST(DirectoryWalk, StopsAsTheCallbackAnswers)
+{
+    int calls = 0;
+    const auto walk = [&calls](int answer) {
+        calls = 0;
+        return Ifsdc_scan_directory(
+            "/proc/self",
+            [&](const char*, const char*, void*) {
+                ++calls;
+                return static_cast<_scan_dir_operation_>(answer);
+            },
+            nullptr);
+    };
+    EXPECT_EQ(walk(SCAN_DIR_CONTINUE), 0);
+    EXPECT_GT(calls, 1);
+    EXPECT_EQ(walk(SCAN_DIR_BREAK), 0);
+    EXPECT_EQ(walk(SCAN_DIR_ERROR), 1);
+    EXPECT_EQ(walk(99), 0);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(Ifsdc_scan_directory(nullptr, {}, nullptr), 1);
+    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsdc_scan_directory("/nowhere", {}, nullptr), 1); }),
+              "opendir(/nowhere) Failed(No such file or directory)\n");
+}
