@@ -1,14 +1,12 @@
 #include "hostcard/card.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,7 +23,6 @@ namespace
 constexpr char device_folder[] = "/dev/hd";
 constexpr std::uint64_t card_bytes_min = 1 << 20;
 constexpr unsigned table_offset = 446, table_entries = 4, table_entry_bytes = 16;
-constexpr long vfat_name_max = 1530;
 
 bool is_valid(Geometry geometry)
 {
@@ -34,7 +31,7 @@ bool is_valid(Geometry geometry)
 
 std::uint64_t file_bytes(int fd)
 {
-    struct stat64 status;
+    struct stat64 status = {};
     return fstat64(fd, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
@@ -125,10 +122,8 @@ Descriptor::~Descriptor()
 
 int Card::create(const std::string& folder, std::uint64_t size, Geometry geometry)
 {
-    if (size < card_bytes_min || size > LLONG_MAX || !is_valid(geometry)) {
-        errno = EINVAL;
-        return -1;
-    }
+    if (size < card_bytes_min || size > LLONG_MAX || !is_valid(geometry))
+        return refuse(EINVAL);
     const bool made = mkdir(folder.c_str(), 0777) == 0;
     if (!made && (errno != EEXIST || !is_empty_folder(folder)))
         return -1;
@@ -140,15 +135,14 @@ int Card::create(const std::string& folder, std::uint64_t size, Geometry geometr
     unlink(conf.c_str());
     if (made)
         rmdir(folder.c_str());
-    errno = error;
-    return -1;
+    return refuse(error);
 }
 
 std::unique_ptr<Card> Card::open(const char* folder)
 {
     const std::string real = real_path(folder);
     const std::string files = real + "/files";
-    struct stat64 status;
+    struct stat64 status = {};
     if (real.empty() || lstat64(files.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
         access((real + "/card.conf").c_str(), F_OK) != 0 || access((real + "/card.img").c_str(), F_OK) != 0) {
         errno = ENODEV;
@@ -227,25 +221,19 @@ void Card::read_table()
 void Card::written(std::uint64_t start, std::uint64_t length)
 {
     const bool boot_record = start < m_partition.start + sector_bytes && start + length > m_partition.start;
-    if (!m_partition.empty() && boot_record) {
+    if (!m_partition.empty() && boot_record)
         empty_folder(m_mount_point);
-        space_changed();
-    }
 }
 
 int Card::mount(Place device, const char* directory, const char* type)
 {
-    const auto refuse = [](int error) {
-        errno = error;
-        return -1;
-    };
     if (!directory || real_path(directory).empty())
         return refuse(ENOENT);
     if (!type || strcmp(type, "vfat") != 0)
         return refuse(ENODEV);
     if (!is_mount_point(directory))
         return refuse(EINVAL);
-    if (mounted())
+    if (m_volume)
         return refuse(EBUSY);
     std::uint8_t boot_record[sector_bytes];
     const Window where = window(device);
@@ -257,15 +245,8 @@ int Card::mount(Place device, const char* directory, const char* type)
     m_mounted_as = directory;
     while (m_mounted_as.size() > 1 && m_mounted_as.back() == '/')
         m_mounted_as.pop_back();
-    space_changed();
+    measure();
     return 0;
-}
-
-std::uint64_t Card::free_clusters()
-{
-    if (!m_used_clusters)
-        m_used_clusters = clusters_below(m_mount_point, *m_volume) + 1; // and the root directory's
-    return m_volume->clusters - std::min<std::uint64_t>(*m_used_clusters, m_volume->clusters);
 }
 
 std::uint64_t Card::room(std::uint64_t size, std::uint64_t offset, std::uint64_t count)
@@ -275,12 +256,12 @@ std::uint64_t Card::room(std::uint64_t size, std::uint64_t offset, std::uint64_t
         return 0;
     }
     count = std::min(count, fat32_file_max - offset);
-    const std::uint64_t held = m_volume->clusters_for(size);
-    const std::uint64_t wanted = m_volume->clusters_for(offset + count);
-    if (wanted <= held + free_clusters())
+    const std::int64_t held = static_cast<std::int64_t>(m_volume->clusters_for(size));
+    const std::int64_t wanted = static_cast<std::int64_t>(m_volume->clusters_for(offset + count));
+    if (wanted <= held || wanted - held <= m_free_clusters)
         return count;
-    space_changed(); // before refusing, see what others have freed
-    const std::uint64_t end = (held + free_clusters()) * m_volume->cluster_bytes;
+    measure(); // before refusing, see what was freed past these calls
+    const std::uint64_t end = static_cast<std::uint64_t>(held + m_free_clusters) * m_volume->cluster_bytes;
     if (end <= offset) {
         errno = ENOSPC;
         return 0;
@@ -288,26 +269,22 @@ std::uint64_t Card::room(std::uint64_t size, std::uint64_t offset, std::uint64_t
     return std::min(count, end - offset);
 }
 
-void Card::grown(std::uint64_t old_size, std::uint64_t new_size)
+void Card::measure()
 {
-    if (m_used_clusters && new_size > old_size)
-        *m_used_clusters += m_volume->clusters_for(new_size) - m_volume->clusters_for(old_size);
+    m_free_clusters = static_cast<std::int64_t>(m_volume->free_clusters(m_mount_point));
 }
 
 struct statfs Card::sizes(long long free_bytes)
 {
-    struct statfs sizes = {};
-    sizes.f_type = MSDOS_SUPER_MAGIC;
-    sizes.f_bsize = m_volume->cluster_bytes;
-    sizes.f_frsize = m_volume->cluster_bytes;
-    sizes.f_blocks = m_volume->clusters;
-    sizes.f_namelen = vfat_name_max;
-    if (free_bytes < 0)
-        space_changed();
-    sizes.f_bfree =
-        free_bytes < 0 ? free_clusters() : static_cast<std::uint64_t>(free_bytes) / m_volume->cluster_bytes;
-    sizes.f_bavail = sizes.f_bfree;
-    return sizes;
+    if (free_bytes >= 0)
+        return m_volume->sizes(static_cast<std::uint64_t>(free_bytes) / m_volume->cluster_bytes);
+    return m_volume->sizes(static_cast<std::uint64_t>(std::max<std::int64_t>(m_free_clusters, 0)));
+}
+
+void Card::resized(std::uint64_t old_size, std::uint64_t new_size)
+{
+    m_free_clusters += static_cast<std::int64_t>(m_volume->clusters_for(old_size));
+    m_free_clusters -= static_cast<std::int64_t>(m_volume->clusters_for(new_size));
 }
 
 } // namespace hostcard

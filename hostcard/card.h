@@ -2,16 +2,23 @@
 #ifndef HOSTCARD_CARD_H
 #define HOSTCARD_CARD_H
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/statfs.h>
 
 #include "hostcard/volume.h"
 
 namespace hostcard
 {
+
+/** Set errno. @return -1 */
+inline int refuse(int error)
+{
+    errno = error;
+    return -1;
+}
 
 /** What a path names. */
 enum class Place {
@@ -79,7 +86,8 @@ public:
     /** Note that sectors were written: a new boot record of the partition empties the mount point. */
     void written(std::uint64_t start, std::uint64_t length);
 
-    bool mounted() const { return m_volume.has_value(); }
+    /** The mounted volume, none while there is none. */
+    const std::optional<Volume>& volume() const { return m_volume; }
 
     /** As mount(2). @param device  Disk or Partition */
     int mount(Place device, const char* directory, const char* type);
@@ -94,18 +102,15 @@ public:
      */
     std::uint64_t room(std::uint64_t size, std::uint64_t offset, std::uint64_t count);
 
-    /** Account for a file that has grown. */
-    void grown(std::uint64_t old_size, std::uint64_t new_size);
+    /** Account for a file of the mounted card that has grown, shrunk or gone, bytes. */
+    void resized(std::uint64_t old_size, std::uint64_t new_size);
 
-    /** Let the space be measured again when it is next needed. */
-    void space_changed() { m_used_clusters.reset(); }
-
-    /** Sizes of the mounted volume. @param free_bytes  to report; negative: the true ones, measured now */
+    /** What statfs() reports of the mounted volume. @param free_bytes  negative: the true ones */
     struct statfs sizes(long long free_bytes);
 
 private:
     Card(const std::string& folder, int image, Geometry geometry);
-    std::uint64_t free_clusters();
+    void measure();
 
     const std::string m_image_path;
     const std::string m_mount_point;
@@ -114,7 +119,7 @@ private:
     Window m_partition{};
     std::string m_mounted_as; // the name of the mount point that the host used
     std::optional<Volume> m_volume;
-    std::optional<std::uint64_t> m_used_clusters;
+    std::int64_t m_free_clusters = 0; // counted along, because measuring walks through the whole card
 };
 
 } // namespace hostcard

@@ -11,6 +11,18 @@
  *     card.conf   its geometry, one line of text
  *     files/      the mount point: the files of the partition's file system
  *
+ * The devices behave as a kernel's: /dev/hd/sda1 exists as of the insertion or the last BLKRRPART, a mount
+ * checks the FAT32 boot record, an open file or folder keeps the card from being unmounted. The image holds
+ * no files, the folder does: free space is what the boot record offers less whole clusters for each file,
+ * and a write of the partition's boot record through a device empties the folder. While the card is not
+ * mounted, the mount point shows empty to opendir() and holds nothing for the other calls.
+ *
+ * Interposed are open, close, read, write, pread, pwrite, lseek, lseek64, ftruncate, fsync, fdatasync, fstat,
+ * stat, remove, opendir, readdir, closedir, ioctl, mount, umount, statfs, sleep and usleep. Streams, the
+ * openat() family and code built with _FILE_OFFSET_BITS=64 go past them to the machine's own files: they see
+ * files/ whether it is mounted or not, and no devices; what they add or delete there changes the free space
+ * from the next mount on. A descriptor that open() gave must be closed by close().
+ *
  * Results are 0 (or a value) on success; on failure -1 with errno set, as the calls they stand for do.
  */
 #ifndef HOSTCARD_H
@@ -35,11 +47,14 @@ int hostcard_create(const char* folder, unsigned long long size, unsigned heads,
  * Make a card the one that this process sees under /dev/hd/.
  *
  * @param folder  of a virtual card; copied
- * @return 0, or -1: ENODEV (no card there), EBUSY (a card is inserted), or as open()
+ * @return 0, or -1: ENODEV (no card there), EINVAL (no geometry in card.conf), EBUSY (a card is inserted, or
+ *         another process has this one), or as open()
  */
 int hostcard_insert(const char* folder);
 
-/** Take the inserted card out and forget faults, free space, listing and sleep scale. Harmless without one.
+/**
+ * Take the inserted card out, mounted or not, and forget faults, free space, listing and sleep scale.
+ * What is open on it fails with EIO from then on and must still be closed. Harmless without a card.
  */
 void hostcard_eject(void);
 
@@ -58,8 +73,9 @@ enum hostcard_call {
     HOSTCARD_READ,  /**< read and pread */
     HOSTCARD_WRITE, /**< write and pwrite */
     HOSTCARD_SEEK,
-    HOSTCARD_SYNC, /**< fsync and fdatasync */
-    HOSTCARD_STAT, /**< stat and fstat */
+    HOSTCARD_TRUNCATE, /**< ftruncate */
+    HOSTCARD_SYNC,     /**< fsync and fdatasync */
+    HOSTCARD_STAT,     /**< stat and fstat */
     HOSTCARD_REMOVE,
     HOSTCARD_OPENDIR,
     HOSTCARD_MOUNT,
@@ -76,7 +92,8 @@ enum hostcard_call {
  * Let a call fail from its nth use on, counted from now.
  *
  * @param nth    1 for the next use
- * @param error  errno of the failing use; 0 makes a read or write short by half instead
+ * @param error  errno of the failing use; 0 makes a read or write short by half instead and does nothing to
+ * other calls
  * @param once   nonzero: only the nth use fails; 0: all from there on
  */
 void hostcard_fail(enum hostcard_call call, unsigned nth, int error, int once);
@@ -87,8 +104,7 @@ void hostcard_fail_none(void);
 /** Uses of a call on the card since it was inserted, failed ones included. */
 unsigned hostcard_count(enum hostcard_call call);
 
-/** Let statfs report this many free bytes, in whole clusters when it is more than one; negative: the truth.
- */
+/** Let statfs report this many free bytes, rounded down to whole clusters; negative: the truth. */
 void hostcard_set_free(long long bytes);
 
 /**

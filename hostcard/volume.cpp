@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <fts.h>
+#include <linux/magic.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
+
+constexpr long vfat_name_max = 1530;
 
 using Walk = std::unique_ptr<FTS, int (*)(FTS*)>;
 
@@ -85,17 +88,30 @@ std::optional<Volume> fat32_volume(const std::uint8_t (&boot_record)[sector_byte
     return Volume{bytes_per_sector * sectors_per_cluster, static_cast<std::uint32_t>(clusters)};
 }
 
-std::uint64_t clusters_below(const std::string& folder, const Volume& volume)
+std::uint64_t Volume::free_clusters(const std::string& folder) const
 {
-    std::uint64_t clusters = 0;
+    std::uint64_t used = 1; // the root directory's
     const Walk files = walk(folder);
     while (const FTSENT* entry = next_entry(files)) {
         if (entry->fts_info == FTS_F)
-            clusters += volume.clusters_for(static_cast<std::uint64_t>(entry->fts_statp->st_size));
+            used += clusters_for(static_cast<std::uint64_t>(entry->fts_statp->st_size));
         else if (entry->fts_info == FTS_DP)
-            clusters++;
+            used++;
     }
-    return clusters;
+    return clusters - std::min<std::uint64_t>(used, clusters);
+}
+
+struct statfs Volume::sizes(std::uint64_t free_clusters) const
+{
+    struct statfs sizes = {};
+    sizes.f_type = MSDOS_SUPER_MAGIC;
+    sizes.f_bsize = cluster_bytes;
+    sizes.f_frsize = cluster_bytes;
+    sizes.f_blocks = clusters;
+    sizes.f_bfree = static_cast<fsblkcnt_t>(free_clusters);
+    sizes.f_bavail = sizes.f_bfree;
+    sizes.f_namelen = vfat_name_max;
+    return sizes;
 }
 
 void empty_folder(const std::string& folder)

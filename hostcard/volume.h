@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <sys/statfs.h>
 
 namespace hostcard
 {
@@ -23,6 +24,13 @@ struct Volume {
     {
         return (bytes + cluster_bytes - 1) / cluster_bytes;
     }
+
+    /** Clusters that are free when the volume holds the files and folders below a folder. Walks through it.
+     */
+    std::uint64_t free_clusters(const std::string& folder) const;
+
+    /** What statfs() reports. */
+    struct statfs sizes(std::uint64_t free_clusters) const;
 };
 
 /** 16 and 32 bits of little-endian memory. */
@@ -37,9 +45,6 @@ std::uint32_t le32(const std::uint8_t* bytes);
  */
 std::optional<Volume> fat32_volume(const std::uint8_t (&boot_record)[sector_bytes],
                                    std::uint64_t device_bytes);
-
-/** Clusters that all files and folders below a folder take. */
-std::uint64_t clusters_below(const std::string& folder, const Volume& volume);
 
 /** Delete everything below a folder, as far as the permissions go. */
 void empty_folder(const std::string& folder);

@@ -10,7 +10,6 @@
 #include <linux/fs.h>
 #include <linux/hdreg.h>
 #include <linux/magic.h>
-#include <memory>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -33,7 +32,8 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr unsigned long long card_bytes = 40ull << 20;
-constexpr unsigned first_lba = 63, sector_count = 70000, cluster_bytes = 4096;
+constexpr unsigned first_lba = 63, sector_count = 70000;
+constexpr long long cluster_bytes = 4096;
 constexpr off_t partition_bytes = off_t{sector_count} * 512;
 
 /** Errno of a call that failed, 0 of one that did not. */
@@ -160,7 +160,7 @@ TEST_F(HostCard, PartitionAppearsWhenTheTableIsReread)
     ASSERT_EQ(partition(first_lba, 0xFFFFFFFF), 0); // cut at the end of the card
     EXPECT_EQ(names_in("/dev/hd/"), (std::vector<std::string>{"sda", "sda1"}));
     const int fd = open("/dev/hd/sda1", O_RDWR);
-    EXPECT_EQ(lseek(fd, 0, SEEK_END), static_cast<off_t>(card_bytes - first_lba * 512));
+    EXPECT_EQ(lseek(fd, 0, SEEK_END), static_cast<off_t>(card_bytes - first_lba * 512ull));
     EXPECT_EQ(failure(partition(first_lba, 1)), EBUSY);
     close(fd);
     ASSERT_EQ(partition(0xFFFFFF00, 0x1000), 0);
@@ -179,7 +179,7 @@ TEST_F(HostCard, PartitionIsAWindowOfTheDisk)
     EXPECT_EQ(read(part, bytes, 8), 0);
     EXPECT_EQ(failure(lseek(part, 1, SEEK_CUR)), EINVAL);
     EXPECT_EQ(failure(lseek(part, -1, SEEK_SET)), EINVAL);
-    EXPECT_EQ(pread(disk, bytes, 8, first_lba * 512 + partition_bytes - 4), 8);
+    EXPECT_EQ(pread(disk, bytes, 8, first_lba * 512l + partition_bytes - 4), 8);
     EXPECT_EQ(std::string(bytes, 8), std::string("1234\0\0\0\0", 8));
     close(disk);
     close(part);
@@ -192,7 +192,7 @@ TEST_F(HostCard, DevicesAnswerTheSizeAndGeometryRequests)
     unsigned long long bytes = 0;
     unsigned long sectors = 0;
     struct hd_geometry geometry = {};
-    struct stat status;
+    struct stat status = {};
     EXPECT_EQ(ioctl(disk, BLKGETSIZE64, &bytes), 0);
     EXPECT_EQ(bytes, card_bytes);
     EXPECT_EQ(ioctl(part, BLKGETSIZE, &sectors), 0);
@@ -215,15 +215,18 @@ TEST_F(HostCard, MountsOnlyAFat32)
     EXPECT_EQ(failure(mount("/dev/hd/sda1", "/tmp", "vfat", 0, nullptr)), EINVAL);
     EXPECT_EQ(failure(umount(hostcard_mount_point())), EINVAL);
     const int image = open((m_card + "/card.img").c_str(), O_RDWR);
-    for (const int offset : {11, 13, 14, 16, 21, 35, 36, 44, 510}) { // each field broken in turn
-        const unsigned char broken = offset == 35 ? 0xFF : 0x03, zero = 0;
-        unsigned char byte;
-        ASSERT_EQ(pread(image, &byte, 1, first_lba * 512 + offset), 1);
-        ASSERT_EQ(pwrite(image, offset == 14 || offset == 16 || offset >= 36 ? &zero : &broken, 1,
-                         first_lba * 512 + offset),
-                  1);
-        EXPECT_EQ(failure(mount_card()), EINVAL) << offset;
-        ASSERT_EQ(pwrite(image, &byte, 1, first_lba * 512 + offset), 1);
+    const struct {
+        unsigned offset;
+        unsigned char value;
+    } faults[] = {{11, 3}, {13, 3},    {14, 0}, {16, 0}, {21, 3},
+                  {22, 1}, {35, 0xFF}, {36, 0}, {44, 0}, {510, 0}};
+    for (const auto& fault : faults) {
+        const off_t at = first_lba * 512l + fault.offset;
+        unsigned char sound = 0;
+        ASSERT_EQ(pread(image, &sound, 1, at), 1);
+        ASSERT_EQ(pwrite(image, &fault.value, 1, at), 1);
+        EXPECT_EQ(failure(mount_card()), EINVAL) << fault.offset;
+        ASSERT_EQ(pwrite(image, &sound, 1, at), 1);
     }
     close(image);
     EXPECT_EQ(mount_card(), 0);
@@ -291,6 +294,9 @@ TEST_F(HostCard, FullCardRefusesFurtherClusters)
     EXPECT_EQ(free_clusters(), free - 3);
     const int fd = open(on_card("c").c_str(), O_WRONLY);
     EXPECT_EQ(failure(pwrite(fd, "x", 1, 0xFFFFFFFF)), EFBIG);
+    EXPECT_EQ(failure(ftruncate(fd, free * cluster_bytes)), ENOSPC);
+    EXPECT_EQ(ftruncate(fd, 0), 0);
+    EXPECT_EQ(free_clusters(), free - 1);
     close(fd);
 }
 
@@ -347,11 +353,12 @@ TEST_F(HostCard, PulledCardFailsInEveryThread)
     make_file_system();
     ASSERT_EQ(mount_card(), 0);
     const int fd = open(on_card("a").c_str(), O_RDWR | O_CREAT, 0666);
-    std::vector<std::thread> writers;
-    for (int i = 0; i < 3; i++)
-        writers.emplace_back([this, fd] {
+    std::thread writers[3];
+    for (std::thread& writer : writers)
+        writer = std::thread([fd, path = on_card("a")] {
+            struct statfs sizes = {};
             while (write(fd, "x", 1) == 1)
-                statfs((m_card + "/files").c_str(), std::make_unique<struct statfs>().get());
+                statfs(path.c_str(), &sizes);
             EXPECT_EQ(errno, EIO);
         });
     usleep(20000);
