@@ -1,0 +1,13 @@
+#!/bin/bash
+# The example host finds what it recorded, and a player reads it. Usage: host_test.sh EXAMPLE_HOST
+set -euo pipefail
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+
+output=$("$1" "$folder/card")
+grep -qx '16x16, 10 s' <<<"$output" || { echo "$output"; exit 1; }
+
+streams=$(ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,nb_read_frames \
+    -of csv=p=0 "$folder"/card/files/Rec_20260509_120000_*_M.mp4)
+[ "$streams" = h264,16,16,10 ] || { echo "$streams"; exit 1; }
