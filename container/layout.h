@@ -1,0 +1,78 @@
+/**
+ * The layout of a recording, written field by field.
+ *
+ *     ftyp, header of 16 bytes, moov without samples, (moof, mdat)..., moov with all samples
+ *
+ * The header is an empty free box while recording. In a finished file it is the header of an mdat box that
+ * reaches to the last moov. Two boxes of our own (uuid) hold what the standard ones cannot: "info" in each
+ * moov, "exact" in each moof and in the last moov.
+ */
+#ifndef CONTAINER_LAYOUT_H
+#define CONTAINER_LAYOUT_H
+
+#include <cstdint>
+
+#include "container/bytes.h"
+#include "container/tables.h"
+
+namespace ifs_mp4
+{
+
+constexpr size_t uuid_bytes = 16;
+extern const uint8_t info_uuid[uuid_bytes];
+extern const uint8_t exact_uuid[uuid_bytes];
+
+/** Content of the "info" box behind its uuid: 32-bit fields, then the audio's start time (64 bits). */
+enum InfoField {
+    info_version,  /**< layout_version */
+    info_complete, /**< 1 in the last moov */
+    info_width,
+    info_height,
+    info_frame_rate,
+    info_audio_profile,
+    info_audio_sample_rate_index,
+    info_audio_channel_conf,
+    info_have_audio,
+    info_firstpts,
+    info_duration,
+    info_field_count
+};
+constexpr uint32_t layout_version = 1;
+constexpr size_t info_bytes = 4 * info_field_count + 8;
+
+/** Flags of the boxes in a fragment; the reader takes no others. */
+constexpr uint32_t tfhd_flags = 0x020000;       /**< data offsets count from the moof box */
+constexpr uint32_t video_trun_flags = 0x000f01; /**< data offset; duration, size, flags, show offset */
+constexpr uint32_t audio_trun_flags = 0x000301; /**< data offset; duration, size */
+constexpr uint32_t key_sample_flags = 0x02000000;
+constexpr uint32_t other_sample_flags = 0x01010000;
+constexpr size_t video_trun_entry_bytes = 16;
+constexpr size_t audio_trun_entry_bytes = 8;
+/** An entry for an ADTS header in "exact": first sample, size, bytes, fill. */
+constexpr size_t exact_header_bytes = 16;
+
+/** Bytes in front of the header of 16 bytes. */
+constexpr size_t ftyp_bytes = 32;
+constexpr size_t hiding_header_bytes = 16;
+
+/** Append ftyp, free and the moov without samples. */
+void put_file_start(Bytes& out, const Movie& movie);
+
+/** Append the moov box with all samples, whose last ones get their duration. */
+void put_final_moov(Bytes& out, Movie& movie);
+
+/** Append the moof box of a fragment and the header of its mdat box; sequence counts from 1. */
+void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, uint32_t sequence);
+
+/**
+ * Turn a recording into a plain MP4 file: add the last moov at the end of its data, make it durable, hide all
+ * in front of it. Whatever interrupts this, the frames can be read.
+ *
+ * @param data_end  where the last moov begins; what lies behind is lost
+ * @return false on an I/O error, or when the file would grow too large
+ */
+bool finish_file(int fd, Movie& movie, uint64_t data_end);
+
+} // namespace ifs_mp4
+
+#endif

@@ -1,0 +1,567 @@
+#include "container/parse.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "container/layout.h"
+
+namespace ifs_mp4
+{
+namespace
+{
+
+/** Reads the fields of a box one behind the other; zeros and not ok() once one lies past its end. */
+class Fields
+{
+public:
+    Fields(Source& source, const Box& box) : m_source(source), m_pos(box.begin), m_end(box.end) {}
+
+    bool ok() const { return m_ok; }
+    uint64_t left() const { return m_end - m_pos; }
+    uint64_t pos() const { return m_pos; }
+    const uint8_t* bytes(size_t size)
+    {
+        const uint8_t* data = m_ok && size <= left() ? m_source.at(m_pos, size) : nullptr;
+        m_ok = data != nullptr;
+        m_pos += m_ok ? size : 0;
+        return data;
+    }
+    void skip(size_t size)
+    {
+        m_ok = m_ok && size <= left();
+        m_pos += m_ok ? size : 0;
+    }
+    uint32_t u8() { return number<1>(); }
+    uint32_t u32() { return number<4>(); }
+    uint64_t u64()
+    {
+        uint64_t high = u32();
+        return high << 32 | u32();
+    }
+    /** A count of entries, each of which takes so many bytes of the box. */
+    uint32_t count(size_t entry_bytes)
+    {
+        uint32_t entries = u32();
+        m_ok = m_ok && entries <= left() / entry_bytes;
+        return m_ok ? entries : 0;
+    }
+
+private:
+    template <size_t size>
+    uint32_t number()
+    {
+        const uint8_t* data = bytes(size);
+        uint32_t value = 0;
+        for (size_t i = 0; data && i < size; ++i)
+            value = value << 8 | data[i];
+        return value;
+    }
+
+    Source& m_source;
+    uint64_t m_pos;
+    uint64_t m_end;
+    bool m_ok = true;
+};
+
+/** Hand each box of a range to a function. @return false when one is damaged or the function says so */
+template <class Function>
+bool each_box(Source& source, uint64_t begin, uint64_t end, Function function)
+{
+    Box box;
+    while (begin < end) {
+        if (!next_box(source, begin, end, box) || !function(box))
+            return false;
+    }
+    return true;
+}
+
+bool is_uuid(Source& source, const Box& box, const uint8_t (&uuid)[uuid_bytes])
+{
+    const uint8_t* found =
+        box.type == fourcc("uuid") && box.size() >= uuid_bytes ? source.at(box.begin, uuid_bytes) : nullptr;
+    return found && std::memcmp(found, uuid, uuid_bytes) == 0;
+}
+
+Box behind_uuid(const Box& box)
+{
+    return {box.type, box.begin + uuid_bytes, box.end};
+}
+
+template <class Entry>
+bool samples_ascend(const std::vector<Entry>& entries)
+{
+    return std::is_sorted(entries.begin(), entries.end(),
+                          [](const Entry& a, const Entry& b) { return a.sample < b.sample; });
+}
+
+bool parse_exact(Source& source, const Box& box, ExactTables& exact)
+{
+    Fields fields(source, behind_uuid(box));
+    bool ascend = true;
+    for (auto& anchors : exact.anchors) {
+        uint32_t count = fields.count(8);
+        anchors.resize(count);
+        for (Anchor& anchor : anchors) {
+            anchor.sample = fields.u32();
+            anchor.offset_ms = fields.u32();
+        }
+        ascend = ascend && samples_ascend(anchors);
+    }
+    exact.headers.resize(fields.count(exact_header_bytes));
+    for (AdtsRun& run : exact.headers) {
+        run.sample = fields.u32();
+        uint32_t size = fields.u8();
+        run.header.size = size == 7 || size == 9 ? static_cast<uint8_t>(size) : 0;
+        if (const uint8_t* bytes = fields.bytes(AdtsHeader::max_size))
+            std::memcpy(run.header.bytes, bytes, AdtsHeader::max_size);
+        fields.skip(exact_header_bytes - 5 - AdtsHeader::max_size);
+    }
+    uint32_t frames = fields.u32();
+    if (!fields.ok() || frames > fields.left() * 8 || !ascend || !samples_ascend(exact.headers))
+        return false;
+    exact.order.resize(frames);
+    uint32_t byte = 0;
+    for (uint32_t i = 0; i < frames; ++i) {
+        byte = i % 8 == 0 ? fields.u8() : byte << 1;
+        exact.order[i] = (byte & 0x80) != 0;
+    }
+    return fields.ok();
+}
+
+bool parse_info(Source& source, const Box& box, ParsedMovie& movie)
+{
+    Fields fields(source, behind_uuid(box));
+    uint32_t values[info_field_count];
+    for (uint32_t& value : values)
+        value = fields.u32();
+    movie.tables.tracks[audio_track].start_time = fields.u64();
+    auto value = [&](InfoField field) { return static_cast<int>(values[field]); };
+    movie.recording = true;
+    movie.complete = values[info_complete] == 1;
+    movie.info.width = value(info_width);
+    movie.info.height = value(info_height);
+    movie.info.frame_rate = value(info_frame_rate);
+    movie.info.audio_profile = value(info_audio_profile);
+    movie.info.audio_sample_rate_index = value(info_audio_sample_rate_index);
+    movie.info.audio_channel_conf = value(info_audio_channel_conf);
+    movie.info.have_audio = value(info_have_audio);
+    movie.info.firstpts = value(info_firstpts);
+    movie.info.duration = std::max(value(info_duration), 0);
+    return fields.ok() && values[info_version] == layout_version;
+}
+
+/** Reads a trak box of any writer into a Track. */
+class TrackParser
+{
+public:
+    TrackParser(Source& source, ParsedMovie& movie) : m_source(source), m_movie(movie) {}
+
+    /** @return false when the box is damaged; a track of a kind that is not played is passed over */
+    bool parse(const Box& trak);
+
+private:
+    bool parse_box(const Box& box);
+    bool parse_children(const Box& box);
+    bool parse_mdhd(const Box& box);
+    bool parse_stsd(const Box& box);
+    bool parse_avc1(const Box& entry);
+    bool parse_mp4a(const Box& entry);
+    bool parse_esds(const Box& box);
+    bool parse_runs(const Box& box, std::vector<Run>& runs);
+    bool parse_keys(const Box& box);
+    bool parse_sizes(const Box& box);
+    bool parse_offsets(const Box& box, bool wide);
+    bool parse_chunk_counts(const Box& box);
+    bool fill_chunks();
+    void describe(int track) const;
+
+    struct ChunkCount {
+        uint32_t first_chunk;
+        uint32_t samples;
+    };
+
+    Source& m_source;
+    ParsedMovie& m_movie;
+    Track m_track;
+    int m_kind = -1;
+    std::vector<ChunkCount> m_chunk_counts;
+};
+
+bool TrackParser::parse(const Box& trak)
+{
+    m_track.all_keys = true;
+    if (!parse_children(trak))
+        return false;
+    if (m_kind < 0 || m_movie.tables.tracks[m_kind].count > 0)
+        return true;
+    if (m_track.timescale == 0 || !fill_chunks())
+        return false;
+    m_track.start_time = m_movie.tables.tracks[m_kind].start_time;
+    m_movie.tables.tracks[m_kind] = std::move(m_track);
+    if (!m_movie.recording)
+        describe(m_kind);
+    return true;
+}
+
+bool TrackParser::parse_children(const Box& box)
+{
+    return each_box(m_source, box.begin, box.end, [this](const Box& child) { return parse_box(child); });
+}
+
+bool TrackParser::parse_box(const Box& box)
+{
+    switch (box.type) {
+    case fourcc("mdia"):
+    case fourcc("minf"):
+    case fourcc("stbl"):
+        return parse_children(box);
+    case fourcc("mdhd"):
+        return parse_mdhd(box);
+    case fourcc("stsd"):
+        return parse_stsd(box);
+    case fourcc("stts"):
+        return parse_runs(box, m_track.durations);
+    case fourcc("ctts"):
+        return parse_runs(box, m_track.show_offsets);
+    case fourcc("stss"):
+        return parse_keys(box);
+    case fourcc("stsz"):
+        return parse_sizes(box);
+    case fourcc("stco"):
+        return parse_offsets(box, false);
+    case fourcc("co64"):
+        return parse_offsets(box, true);
+    case fourcc("stsc"):
+        return parse_chunk_counts(box);
+    default:
+        return true;
+    }
+}
+
+bool TrackParser::parse_mdhd(const Box& box)
+{
+    Fields fields(m_source, box);
+    bool wide = fields.u32() >> 24 == 1;
+    fields.skip(wide ? 16 : 8);
+    m_track.timescale = fields.u32();
+    return fields.ok();
+}
+
+bool TrackParser::parse_stsd(const Box& box)
+{
+    Fields fields(m_source, box);
+    fields.skip(8);
+    uint64_t pos = fields.pos();
+    Box entry;
+    if (!fields.ok() || !next_box(m_source, pos, box.end, entry))
+        return false;
+    if (entry.type == fourcc("avc1") || entry.type == fourcc("avc3"))
+        return parse_avc1(entry);
+    return entry.type != fourcc("mp4a") || parse_mp4a(entry);
+}
+
+bool TrackParser::parse_avc1(const Box& entry)
+{
+    constexpr size_t fixed_bytes = 78;
+    constexpr uint64_t max_config_bytes = 65536;
+    Fields fields(m_source, entry);
+    fields.skip(24);
+    uint32_t size = fields.u32();
+    fields.skip(fixed_bytes - 28);
+    Box avcc;
+    if (!fields.ok() || !find_box(m_source, fields.pos(), entry.end, fourcc("avcC"), avcc) ||
+        avcc.size() > max_config_bytes)
+        return false;
+    Bytes config(static_cast<size_t>(avcc.size()));
+    if (!m_source.read(avcc.begin, config.data(), config.size()))
+        return false;
+    if (m_movie.tables.tracks[video_track].count > 0)
+        return true;
+    m_kind = video_track;
+    m_movie.avc_config = std::move(config);
+    if (!m_movie.recording) {
+        m_movie.info.width = static_cast<int>(size >> 16);
+        m_movie.info.height = static_cast<int>(size & 0xffff);
+    }
+    return true;
+}
+
+bool TrackParser::parse_mp4a(const Box& entry)
+{
+    constexpr size_t fixed_bytes = 28;
+    Fields fields(m_source, entry);
+    fields.skip(fixed_bytes);
+    Box esds;
+    bool playable = fields.ok() && find_box(m_source, fields.pos(), entry.end, fourcc("esds"), esds);
+    return !playable || parse_esds(esds);
+}
+
+/** Step into descriptors until the AudioSpecificConfig. */
+bool TrackParser::parse_esds(const Box& box)
+{
+    constexpr uint32_t es_tag = 3, decoder_tag = 4, specific_tag = 5;
+    Fields fields(m_source, box);
+    fields.skip(4);
+    uint32_t wanted = es_tag;
+    while (fields.ok()) {
+        uint32_t tag = fields.u8();
+        uint32_t length_byte = 0x80;
+        for (int i = 0; i < 4 && (length_byte & 0x80) != 0; ++i)
+            length_byte = fields.u8();
+        if (tag != wanted++)
+            return true;
+        if (tag == es_tag)
+            fields.skip(3);
+        if (tag == decoder_tag) {
+            if (uint32_t object_type = fields.u8(); object_type != 0x40 && object_type != 0x67)
+                return true;
+            fields.skip(12);
+        }
+        if (tag == specific_tag)
+            break;
+    }
+    uint32_t config = fields.u8() << 8;
+    config |= fields.u8();
+    if (!fields.ok())
+        return false;
+    m_kind = audio_track;
+    if (!m_movie.recording) {
+        m_movie.info.audio_profile = static_cast<int>(config >> 11);
+        m_movie.info.audio_sample_rate_index = static_cast<int>(config >> 7 & 15);
+        m_movie.info.audio_channel_conf = static_cast<int>(config >> 3 & 15);
+    }
+    return true;
+}
+
+bool TrackParser::parse_runs(const Box& box, std::vector<Run>& runs)
+{
+    Fields fields(m_source, box);
+    fields.skip(4);
+    runs.resize(fields.count(8));
+    for (Run& run : runs) {
+        run.count = fields.u32();
+        run.value = fields.u32();
+    }
+    return fields.ok();
+}
+
+bool TrackParser::parse_keys(const Box& box)
+{
+    Fields fields(m_source, box);
+    fields.skip(4);
+    m_track.all_keys = false;
+    m_track.keys.resize(fields.count(4));
+    for (uint32_t& key : m_track.keys)
+        key = fields.u32() - 1;
+    return fields.ok() && std::is_sorted(m_track.keys.begin(), m_track.keys.end());
+}
+
+bool TrackParser::parse_sizes(const Box& box)
+{
+    Fields fields(m_source, box);
+    fields.skip(4);
+    m_track.constant_size = fields.u32();
+    if (m_track.constant_size > 0) {
+        m_track.count = fields.u32();
+        return fields.ok() && m_track.count <= m_source.size() / m_track.constant_size;
+    }
+    m_track.count = fields.count(4);
+    m_track.sizes.resize(m_track.count);
+    for (uint32_t& size : m_track.sizes)
+        size = fields.u32();
+    return fields.ok();
+}
+
+bool TrackParser::parse_offsets(const Box& box, bool wide)
+{
+    Fields fields(m_source, box);
+    fields.skip(4);
+    m_track.chunks.resize(fields.count(wide ? 8 : 4));
+    for (Chunk& chunk : m_track.chunks)
+        chunk = {wide ? fields.u64() : fields.u32(), 0};
+    return fields.ok();
+}
+
+bool TrackParser::parse_chunk_counts(const Box& box)
+{
+    Fields fields(m_source, box);
+    fields.skip(4);
+    m_chunk_counts.resize(fields.count(12));
+    for (ChunkCount& entry : m_chunk_counts) {
+        entry.first_chunk = fields.u32();
+        entry.samples = fields.u32();
+        fields.skip(4);
+    }
+    return fields.ok();
+}
+
+bool TrackParser::fill_chunks()
+{
+    size_t entry = 0;
+    for (size_t i = 0; i < m_track.chunks.size(); ++i) {
+        while (entry + 1 < m_chunk_counts.size() && m_chunk_counts[entry + 1].first_chunk <= i + 1)
+            ++entry;
+        if (entry >= m_chunk_counts.size())
+            return false;
+        m_track.chunks[i].count = m_chunk_counts[entry].samples;
+    }
+    return true;
+}
+
+/** The description that only a file of our own carries. */
+void TrackParser::describe(int kind) const
+{
+    const Track& track = m_movie.tables.tracks[kind];
+    uint64_t total = 0;
+    for (const Run& run : track.durations)
+        total += uint64_t{run.count} * run.value;
+    uint64_t duration_ms = std::min<uint64_t>(track.to_ms(total), std::numeric_limits<int>::max());
+    m_movie.info.duration = std::max(m_movie.info.duration, static_cast<int>(duration_ms));
+    if (kind == audio_track)
+        m_movie.info.have_audio = 1;
+    else if (duration_ms > 0)
+        m_movie.info.frame_rate = static_cast<int>(
+            std::min<uint64_t>((uint64_t{track.count} * 1000 + duration_ms / 2) / duration_ms, 1000));
+}
+
+bool parse_run(Source& source, const Box& box, bool video, std::vector<Sample>& samples, uint64_t time)
+{
+    Fields fields(source, box);
+    uint32_t flags = fields.u32();
+    if (flags != (video ? 1u << 24 | video_trun_flags : audio_trun_flags))
+        return false;
+    uint32_t count = fields.u32();
+    fields.skip(4); // data offset: all video, then all audio
+    if (!fields.ok() || count > fields.left() / (video ? video_trun_entry_bytes : audio_trun_entry_bytes))
+        return false;
+    samples.resize(count);
+    for (Sample& sample : samples) {
+        uint32_t duration = fields.u32();
+        sample.size = fields.u32();
+        sample.key = video && fields.u32() == key_sample_flags;
+        sample.decode_time = time;
+        sample.show_time =
+            time + (video ? static_cast<uint64_t>(int64_t{static_cast<int32_t>(fields.u32())}) : 0);
+        time += duration;
+    }
+    return fields.ok() && count > 0;
+}
+
+bool parse_traf(Source& source, const Box& traf, Fragment& fragment)
+{
+    Box tfhd, tfdt, trun;
+    if (!find_box(source, traf.begin, traf.end, fourcc("tfhd"), tfhd) ||
+        !find_box(source, traf.begin, traf.end, fourcc("tfdt"), tfdt) ||
+        !find_box(source, traf.begin, traf.end, fourcc("trun"), trun))
+        return false;
+    Fields header(source, tfhd);
+    Fields time(source, tfdt);
+    uint32_t flags = header.u32();
+    uint32_t track = header.u32() - 1;
+    time.skip(4);
+    uint64_t decode_time = time.u64();
+    if (!header.ok() || !time.ok() || flags != tfhd_flags || track >= track_count ||
+        !fragment.samples[track].empty())
+        return false;
+    return parse_run(source, trun, track == video_track, fragment.samples[track], decode_time);
+}
+
+bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fragment)
+{
+    fragment.clear();
+    bool in_sequence = false;
+    bool sound = each_box(source, moof.begin, moof.end, [&](const Box& box) {
+        if (box.type == fourcc("mfhd")) {
+            Fields fields(source, box);
+            fields.skip(4);
+            in_sequence = fields.u32() == sequence;
+        }
+        if (box.type == fourcc("traf"))
+            return parse_traf(source, box, fragment);
+        return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, fragment.exact);
+    });
+    return sound && in_sequence && fragment.exact.order.size() == fragment.count();
+}
+
+/** Whether a fragment continues a track in time, as its tables can express it. */
+bool continues(const Track& track, const std::vector<Sample>& samples)
+{
+    constexpr uint64_t max_step = std::numeric_limits<uint32_t>::max();
+    if (samples.empty() || track.count == 0)
+        return true;
+    uint64_t time = samples.front().decode_time;
+    return time >= track.last_time && time - track.last_time <= max_step;
+}
+
+bool is_recording_start(Source& source, uint64_t pos)
+{
+    const uint8_t* header = source.at(pos, 8);
+    if (!header)
+        return false;
+    uint32_t size = be32(header);
+    uint32_t type = be32(header + 4);
+    return (type == fourcc("free") && size == hiding_header_bytes) || (type == fourcc("mdat") && size == 1);
+}
+
+AdtsHeader first_header(const Tables& tables)
+{
+    return tables.exact.headers.empty() ? AdtsHeader{} : tables.exact.headers.front().header;
+}
+
+} // namespace
+
+bool parse_moov(Source& source, const Box& moov, bool info_only, ParsedMovie& movie)
+{
+    movie = {};
+    Box info;
+    uint64_t pos = moov.begin;
+    while (!movie.recording && next_box(source, pos, moov.end, info)) {
+        if (is_uuid(source, info, info_uuid) && !parse_info(source, info, movie))
+            return false;
+    }
+    if (movie.complete && info_only)
+        return true;
+    bool sound = each_box(source, moov.begin, moov.end, [&](const Box& box) {
+        if (box.type == fourcc("trak"))
+            return TrackParser(source, movie).parse(box);
+        return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, movie.tables.exact);
+    });
+    movie.complete = movie.complete || !movie.recording;
+    movie.adts = first_header(movie.tables);
+    return sound && (!movie.complete || movie.tables.count() > 0);
+}
+
+bool find_recording(Source& source, Box& moov)
+{
+    uint64_t pos = 0;
+    Box ftyp;
+    if (!next_box(source, pos, source.size(), ftyp) || ftyp.type != fourcc("ftyp") || pos != ftyp_bytes ||
+        !is_recording_start(source, pos))
+        return false;
+    pos += hiding_header_bytes;
+    return next_box(source, pos, source.size(), moov) && moov.type == fourcc("moov");
+}
+
+void walk_fragments(Source& source, ParsedMovie& movie, uint64_t& pos, uint32_t& count)
+{
+    Fragment fragment;
+    Box moof, mdat;
+    for (uint64_t next = pos;; pos = next) {
+        bool whole = next_box(source, next, source.size(), moof) && moof.type == fourcc("moof") &&
+                     next_box(source, next, source.size(), mdat) && mdat.type == fourcc("mdat");
+        if (!whole || !parse_moof(source, moof, count + 1, fragment))
+            return;
+        bool fits = fragment.payload_size(video_track) + fragment.payload_size(audio_track) == mdat.size();
+        for (int i = 0; i < track_count; ++i)
+            fits = fits && continues(movie.tables.tracks[i], fragment.samples[i]);
+        if (!fits)
+            return;
+        movie.tables.make_room(fragment);
+        movie.tables.append(fragment, mdat.begin);
+        movie.adts = first_header(movie.tables);
+        ++count;
+    }
+}
+
+} // namespace ifs_mp4

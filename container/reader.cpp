@@ -1,0 +1,308 @@
+#include "container/reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "container/layout.h"
+
+namespace ifs_mp4
+{
+namespace
+{
+
+constexpr int failure = -1;
+constexpr uint8_t start_code[] = {0, 0, 0, 1};
+
+/** The parameter sets of a decoder configuration in Annex B; what is damaged is left out. */
+Bytes parameter_sets_of(const Bytes& config)
+{
+    Bytes sets;
+    size_t pos = 5;
+    for (uint8_t count_mask : {0x1f, 0xff}) {
+        int count = pos < config.size() ? config[pos++] & count_mask : 0;
+        for (; count > 0; --count) {
+            if (config.size() - pos < 2 || config.size() - pos - 2 < be16(config.data() + pos))
+                return sets;
+            size_t size = be16(config.data() + pos);
+            put_bytes(sets, start_code, sizeof start_code);
+            put_bytes(sets, config.data() + pos + 2, size);
+            pos += 2 + size;
+        }
+    }
+    return sets;
+}
+
+/** Steps through the NAL units of a sample. */
+class NalWalk
+{
+public:
+    NalWalk(const uint8_t* data, size_t size, size_t length_bytes)
+        : m_data(data), m_left(size), m_length_bytes(length_bytes)
+    {
+    }
+
+    /** @return false at the end, and where a NAL unit reaches past it */
+    bool next(const uint8_t*& nal, size_t& size)
+    {
+        if (m_left < m_length_bytes)
+            return false;
+        size = 0;
+        for (size_t i = 0; i < m_length_bytes; ++i)
+            size = size << 8 | m_data[i];
+        if (size > m_left - m_length_bytes)
+            return false;
+        nal = m_data + m_length_bytes;
+        m_data = nal + size;
+        m_left -= m_length_bytes + size;
+        return true;
+    }
+    bool at_end() const { return m_left == 0; }
+
+private:
+    const uint8_t* m_data;
+    size_t m_left;
+    size_t m_length_bytes;
+};
+
+} // namespace
+
+std::unique_ptr<Reader> Reader::open(const char* path, bool info_only)
+{
+    Fd fd(::open(path, O_RDONLY | O_CLOEXEC));
+    if (!fd)
+        return nullptr;
+    std::unique_ptr<Reader> reader(new Reader(std::move(fd), info_only));
+    return reader->load(path) ? std::move(reader) : nullptr;
+}
+
+Reader::Reader(Fd fd, bool info_only)
+    : m_fd(std::move(fd)), m_info_only(info_only),
+      m_source(m_fd.get()), m_cursors{TrackCursor(m_movie.tables.tracks[video_track],
+                                                  m_movie.tables.exact.anchors[video_track]),
+                                      TrackCursor(m_movie.tables.tracks[audio_track],
+                                                  m_movie.tables.exact.anchors[audio_track])}
+{
+}
+
+bool Reader::load(const char* path)
+{
+    Box moov;
+    if (!m_source.refresh())
+        return false;
+    if (!load_complete()) {
+        if (!load_recording(moov))
+            return false;
+        Fd writer(::open(path, O_RDWR | O_CLOEXEC));
+        bool alone = writer && flock(writer.get(), LOCK_EX | LOCK_NB) == 0;
+        m_live = writer && !alone && errno == EWOULDBLOCK;
+        // Whoever recorded may have finished the file before the lock was ours.
+        bool complete = m_source.refresh() && load_complete();
+        if (!complete) {
+            if (!load_recording(moov))
+                return false;
+            m_walk_pos = moov.end;
+            walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
+            if (m_fragments == 0)
+                return false;
+            m_movie.info.duration = m_movie.duration_ms();
+            // What cannot be read now may well be readable later: the file then stays as it is.
+            if (alone && !m_source.failed())
+                finish_file(writer.get(), m_movie, m_source.size());
+        }
+    }
+    describe();
+    return true;
+}
+
+bool Reader::load_complete()
+{
+    Box moov;
+    return find_box(m_source, 0, m_source.size(), fourcc("moov"), moov) &&
+           parse_moov(m_source, moov, m_info_only, m_movie) && m_movie.complete;
+}
+
+bool Reader::load_recording(Box& moov)
+{
+    return find_recording(m_source, moov) && parse_moov(m_source, moov, false, m_movie) && m_movie.recording;
+}
+
+void Reader::describe()
+{
+    rewind();
+    int track = next_track();
+    if (track < 0)
+        return;
+    m_first_time = m_cursors[track].show_time_ms();
+    if (m_movie.recording)
+        return;
+    m_movie.info.firstpts = static_cast<int>(m_cursors[track].timestamp_ms());
+    m_parameter_sets = parameter_sets_of(m_movie.avc_config);
+}
+
+void Reader::rewind()
+{
+    for (int i = 0; i < track_count; ++i)
+        m_cursors[i] = TrackCursor(m_movie.tables.tracks[i], m_movie.tables.exact.anchors[i]);
+    m_frame = 0;
+    m_header = 0;
+}
+
+/** The track of the next frame, -1 at the end: in the order of writing, else of decoding. */
+int Reader::next_track() const
+{
+    const std::vector<bool>& order = m_movie.tables.exact.order;
+    const TrackCursor& video = m_cursors[video_track];
+    const TrackCursor& audio = m_cursors[audio_track];
+    if (video.at_end())
+        return audio.at_end() ? -1 : static_cast<int>(audio_track);
+    if (audio.at_end())
+        return video_track;
+    bool audio_next =
+        m_frame < order.size() ? order[m_frame] : audio.decode_time_ms() < video.decode_time_ms();
+    return audio_next ? audio_track : video_track;
+}
+
+void Reader::step(int track)
+{
+    m_cursors[track].next();
+    ++m_frame;
+}
+
+/** The track of the next frame that has bytes, those included that were recorded meanwhile; -1 at the end. */
+int Reader::current_track()
+{
+    for (;;) {
+        int track = next_track();
+        if (track < 0 && grow())
+            continue;
+        if (track < 0 || m_cursors[track].size() > 0)
+            return track;
+        step(track);
+    }
+}
+
+/** Take in the fragments that were recorded since the last time. @return false: none */
+bool Reader::grow()
+{
+    uint32_t known = m_fragments;
+    if (!m_live || !m_source.refresh())
+        return false;
+    size_t frame = m_frame;
+    uint32_t samples[track_count] = {m_cursors[video_track].sample(), m_cursors[audio_track].sample()};
+    walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
+    if (m_fragments == known)
+        return false;
+    rewind();
+    m_frame = frame;
+    for (int i = 0; i < track_count; ++i) {
+        while (m_cursors[i].sample() < samples[i])
+            m_cursors[i].next();
+    }
+    std::lock_guard<std::mutex> lock(m_info_mutex);
+    m_movie.info.duration = m_movie.duration_ms();
+    return true;
+}
+
+int Reader::read(int& kind, char* buf, size_t capacity, uint32_t& timestamp)
+{
+    if (m_info_only)
+        return failure;
+    int track = current_track();
+    if (track < 0)
+        return 0;
+    const TrackCursor& cursor = m_cursors[track];
+    if (cursor.size() > capacity)
+        return failure;
+    bool lies_in_file =
+        cursor.offset() <= m_source.size() && cursor.size() <= m_source.size() - cursor.offset();
+    if (lies_in_file && !load_sample(cursor))
+        return failure;
+    int length = 0;
+    if (lies_in_file)
+        length = track == audio_track ? copy_audio(cursor, buf, capacity) : copy_video(cursor, buf, capacity);
+    if (length < 0)
+        return failure;
+    if (length > 0) {
+        timestamp = cursor.timestamp_ms();
+        bool key = cursor.is_key();
+        kind = track == audio_track ? KT_MP4_AUDIO : key ? KT_MP4_VIDEO_KEY : KT_MP4_VIDEO_OTHER;
+    }
+    step(track);
+    return length > 0 ? length : failure;
+}
+
+bool Reader::load_sample(const TrackCursor& cursor)
+{
+    if (m_sample.size() < cursor.size())
+        m_sample.resize(cursor.size());
+    return m_source.read(cursor.offset(), m_sample.data(), cursor.size());
+}
+
+/** @return length in buf, 0 when the sample is damaged, negative when buf is too small */
+int Reader::copy_video(const TrackCursor& cursor, char* buf, size_t capacity)
+{
+    const uint8_t* nal = nullptr;
+    size_t size = 0;
+    size_t total = 0;
+    bool has_sps = false;
+    NalWalk check(m_sample.data(), cursor.size(), m_movie.nal_length_bytes());
+    while (check.next(nal, size)) {
+        total += size > 0 ? sizeof start_code + size : 0;
+        has_sps = has_sps || (size > 0 && (nal[0] & 31) == nal_sps);
+    }
+    if (!check.at_end() || total == 0)
+        return 0;
+    bool bare = cursor.is_key() && !has_sps && !m_parameter_sets.empty();
+    if (total + (bare ? m_parameter_sets.size() : 0) > capacity)
+        return failure;
+    char* out = buf;
+    if (bare)
+        out = std::copy(m_parameter_sets.begin(), m_parameter_sets.end(), out);
+    NalWalk copy(m_sample.data(), cursor.size(), m_movie.nal_length_bytes());
+    while (copy.next(nal, size)) {
+        if (size > 0)
+            out = std::copy(nal, nal + size, std::copy(std::begin(start_code), std::end(start_code), out));
+    }
+    return static_cast<int>(out - buf);
+}
+
+int Reader::copy_audio(const TrackCursor& cursor, char* buf, size_t capacity)
+{
+    AdtsHeader none;
+    const std::vector<AdtsRun>& headers = m_movie.tables.exact.headers;
+    follow(headers, m_header, cursor.sample());
+    const AdtsHeader& header = headers.empty() ? none : headers[m_header].header;
+    if (cursor.size() + header.size > capacity)
+        return failure;
+    if (header.size > 0)
+        header.rebuild(cursor.size(), reinterpret_cast<uint8_t*>(buf));
+    std::copy_n(m_sample.data(), cursor.size(), buf + header.size);
+    return static_cast<int>(cursor.size() + header.size);
+}
+
+bool Reader::seek(uint32_t offset_ms)
+{
+    if (m_info_only)
+        return false;
+    rewind();
+    for (int track = next_track(); track >= 0; track = next_track()) {
+        uint64_t time = m_cursors[track].show_time_ms();
+        if (time >= m_first_time && time - m_first_time >= offset_ms)
+            return true;
+        step(track);
+    }
+    return true;
+}
+
+kt_mfile_info_t Reader::info() const
+{
+    std::lock_guard<std::mutex> lock(m_info_mutex);
+    return m_movie.info;
+}
+
+} // namespace ifs_mp4

@@ -1,0 +1,71 @@
+/** A file that is played or described. */
+#ifndef CONTAINER_READER_H
+#define CONTAINER_READER_H
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "container/file.h"
+#include "container/parse.h"
+#include "container/tables.h"
+
+namespace ifs_mp4
+{
+
+/** Reads one file: a recording, finished or not, or an MP4 file of another writer. */
+class Reader
+{
+public:
+    /**
+     * Open a file. A recording that was interrupted is finished first, if the file can be written and nobody
+     * records into it.
+     *
+     * @param info_only  for info() alone
+     * @return null: no such file, no frame in it that can be read, an I/O error
+     */
+    static std::unique_ptr<Reader> open(const char* path, bool info_only);
+
+    /** As kt_mp4_read(). */
+    int read(int& kind, char* buf, size_t capacity, uint32_t& timestamp);
+    /** As kt_mp4_seek_read(). */
+    bool seek(uint32_t offset_ms);
+    /** May run beside the other calls. */
+    kt_mfile_info_t info() const;
+
+private:
+    Reader(Fd fd, bool info_only);
+    bool load(const char* path);
+    bool load_complete();
+    bool load_recording(Box& moov);
+    void describe();
+    void rewind();
+    int next_track() const;
+    void step(int track);
+    int current_track();
+    bool grow();
+    bool load_sample(const TrackCursor& cursor);
+    int copy_video(const TrackCursor& cursor, char* buf, size_t capacity);
+    int copy_audio(const TrackCursor& cursor, char* buf, size_t capacity);
+
+    Fd m_fd;
+    bool m_info_only;
+    Source m_source;
+    ParsedMovie m_movie;
+    Bytes m_parameter_sets; /**< Annex B, for key frames that come without */
+    bool m_live = false;    /**< somebody records into the file */
+    uint64_t m_walk_pos = 0;
+    uint32_t m_fragments = 0;
+
+    TrackCursor m_cursors[track_count];
+    size_t m_frame = 0;
+    size_t m_header = 0; /**< index of the ADTS header that holds */
+    uint64_t m_first_time = 0;
+    Bytes m_sample;
+
+    mutable std::mutex m_info_mutex; /**< guards duration of m_movie.info */
+};
+
+} // namespace ifs_mp4
+
+#endif

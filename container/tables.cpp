@@ -1,0 +1,214 @@
+#include "container/tables.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace ifs_mp4
+{
+namespace
+{
+
+void append_anchors(std::vector<Anchor>& to, const std::vector<Anchor>& from, uint32_t first_sample)
+{
+    for (const Anchor& anchor : from) {
+        if (to.empty() || to.back().offset_ms != anchor.offset_ms)
+            to.push_back({first_sample + anchor.sample, anchor.offset_ms});
+    }
+}
+
+void append_headers(std::vector<AdtsRun>& to, const std::vector<AdtsRun>& from, uint32_t first_sample)
+{
+    for (const AdtsRun& run : from) {
+        if (to.empty() || !(to.back().header == run.header))
+            to.push_back({first_sample + run.sample, run.header});
+    }
+}
+
+} // namespace
+
+void ExactTables::clear()
+{
+    for (auto& list : anchors)
+        list.clear();
+    headers.clear();
+    order.clear();
+}
+
+uint64_t Fragment::payload_size(int track) const
+{
+    uint64_t size = 0;
+    for (const Sample& sample : samples[track])
+        size += sample.size;
+    return size;
+}
+
+void Fragment::clear()
+{
+    for (auto& list : samples)
+        list.clear();
+    exact.clear();
+}
+
+void push_run(std::vector<Run>& runs, uint32_t value)
+{
+    if (!runs.empty() && runs.back().value == value)
+        ++runs.back().count;
+    else
+        runs.push_back({1, value});
+}
+
+void Track::append(const Sample& sample)
+{
+    if (count == 0)
+        start_time = sample.decode_time;
+    else
+        push_run(durations, static_cast<uint32_t>(sample.decode_time - last_time));
+    push_run(show_offsets, static_cast<uint32_t>(sample.show_time - sample.decode_time));
+    sizes.push_back(sample.size);
+    if (sample.key)
+        keys.push_back(count);
+    last_time = sample.decode_time;
+    ++count;
+}
+
+void Tables::make_room(const Fragment& fragment)
+{
+    for (int i = 0; i < track_count; ++i) {
+        size_t more = fragment.samples[i].size();
+        make_room_in(tracks[i].sizes, more);
+        make_room_in(tracks[i].durations, more);
+        make_room_in(tracks[i].show_offsets, more);
+        make_room_in(tracks[i].keys, more);
+        make_room_in(tracks[i].chunks, 1);
+        make_room_in(exact.anchors[i], fragment.exact.anchors[i].size());
+    }
+    make_room_in(exact.headers, fragment.exact.headers.size());
+    make_room_in(exact.order, fragment.exact.order.size());
+}
+
+void Tables::append(const Fragment& fragment, uint64_t payload_offset)
+{
+    append_headers(exact.headers, fragment.exact.headers, tracks[audio_track].count);
+    for (int i = 0; i < track_count; ++i) {
+        const std::vector<Sample>& samples = fragment.samples[i];
+        append_anchors(exact.anchors[i], fragment.exact.anchors[i], tracks[i].count);
+        if (samples.empty())
+            continue;
+        tracks[i].chunks.push_back({payload_offset, static_cast<uint32_t>(samples.size())});
+        for (const Sample& sample : samples)
+            tracks[i].append(sample);
+        payload_offset += fragment.payload_size(i);
+    }
+    for (bool is_audio : fragment.exact.order)
+        exact.order.push_back(is_audio);
+}
+
+uint64_t Tables::moov_bound(size_t pending) const
+{
+    constexpr uint64_t fixed_bytes = 4096 + 16384;
+    constexpr uint64_t pending_sample_bytes = 64;
+    uint64_t bound =
+        fixed_bytes + pending * pending_sample_bytes + exact.headers.size() * 16 + exact.order.size() / 8;
+    for (int i = 0; i < track_count; ++i) {
+        const Track& track = tracks[i];
+        bound += track.sizes.size() * 4 + (track.durations.size() + track.show_offsets.size()) * 8 +
+                 track.keys.size() * 4 + track.chunks.size() * 16 + exact.anchors[i].size() * 8;
+    }
+    return bound;
+}
+
+uint32_t Movie::frame_time_ms(int track) const
+{
+    if (track == video_track)
+        return info.frame_rate > 0 && info.frame_rate <= 1000 ? 1000 / static_cast<uint32_t>(info.frame_rate)
+                                                              : 40;
+    constexpr uint32_t samples_per_frame = 1024;
+    int index = adts.size > 0 ? adts.sample_rate_index() : info.audio_sample_rate_index;
+    return samples_per_frame * 1000 / sample_rate_hz(index);
+}
+
+int Movie::duration_ms() const
+{
+    uint64_t end = 0;
+    for (int i = 0; i < track_count; ++i) {
+        if (tables.tracks[i].count > 0)
+            end = std::max(end, tables.tracks[i].last_time + frame_time_ms(i));
+    }
+    return static_cast<int>(std::min<uint64_t>(end, std::numeric_limits<int>::max()));
+}
+
+void RunCursor::next()
+{
+    ++m_done;
+    skip_finished();
+}
+
+void RunCursor::skip_finished()
+{
+    while (m_run < m_runs->size() && m_done >= (*m_runs)[m_run].count) {
+        ++m_run;
+        m_done = 0;
+    }
+}
+
+TrackCursor::TrackCursor(const Track& track, const std::vector<Anchor>& anchors)
+    : m_track(&track), m_anchors(&anchors), m_durations(track.durations), m_show_offsets(track.show_offsets),
+      m_decode_time(track.start_time)
+{
+    skip_finished();
+}
+
+bool TrackCursor::at_end() const
+{
+    return m_sample >= m_track->count || m_chunk >= m_track->chunks.size();
+}
+
+uint32_t TrackCursor::size() const
+{
+    return m_track->sizes.empty() ? m_track->constant_size : m_track->sizes[m_sample];
+}
+
+uint64_t TrackCursor::show_time_ms() const
+{
+    auto offset = static_cast<int32_t>(m_show_offsets.value());
+    bool before_zero = offset < 0 && m_decode_time < uint64_t{0} - static_cast<uint64_t>(int64_t{offset});
+    return before_zero ? 0 : m_track->to_ms(m_decode_time + static_cast<uint64_t>(int64_t{offset}));
+}
+
+uint32_t TrackCursor::timestamp_ms() const
+{
+    uint32_t offset = m_anchors->empty() ? 0 : (*m_anchors)[m_anchor].offset_ms;
+    return static_cast<uint32_t>(show_time_ms()) + offset;
+}
+
+bool TrackCursor::is_key() const
+{
+    const std::vector<uint32_t>& keys = m_track->keys;
+    return m_track->all_keys || (m_key < keys.size() && keys[m_key] == m_sample);
+}
+
+void TrackCursor::next()
+{
+    m_decode_time += m_durations.value();
+    m_durations.next();
+    m_show_offsets.next();
+    m_chunk_bytes += size();
+    ++m_chunk_done;
+    ++m_sample;
+    skip_finished();
+}
+
+void TrackCursor::skip_finished()
+{
+    const std::vector<Chunk>& chunks = m_track->chunks;
+    while (m_chunk < chunks.size() && m_chunk_done >= chunks[m_chunk].count) {
+        ++m_chunk;
+        m_chunk_done = 0;
+        m_chunk_bytes = 0;
+    }
+    while (m_key < m_track->keys.size() && m_track->keys[m_key] < m_sample)
+        ++m_key;
+    follow(*m_anchors, m_anchor, m_sample);
+}
+
+} // namespace ifs_mp4

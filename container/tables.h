@@ -1,0 +1,181 @@
+/** Where the samples of a file lie and when they are shown: its sample tables, whole or of one fragment. */
+#ifndef CONTAINER_TABLES_H
+#define CONTAINER_TABLES_H
+
+#include <cstdint>
+#include <vector>
+
+#include "container/bytes.h"
+#include "container/frame.h"
+#include "include/kt_mp4.h"
+
+namespace ifs_mp4
+{
+
+enum TrackKind {
+    video_track = 0,
+    audio_track = 1,
+    track_count = 2
+};
+
+/** From this sample of a track on, timestamp = composition time + offset (mod 2^32 ms). */
+struct Anchor {
+    uint32_t sample;
+    uint32_t offset_ms;
+};
+
+/** From this audio sample on, frames had this header. */
+struct AdtsRun {
+    uint32_t sample;
+    AdtsHeader header;
+};
+
+/** What the standard tables cannot say about a recording: exact timestamps, ADTS headers, order of writing.
+ */
+struct ExactTables {
+    std::vector<Anchor> anchors[track_count];
+    std::vector<AdtsRun> headers;
+    std::vector<bool> order; /**< one entry a frame of either track: whether it is audio */
+
+    void clear();
+};
+
+/** A sample of a fragment that is being collected, written or read; times in ms. */
+struct Sample {
+    uint32_t size;
+    bool key;
+    uint64_t decode_time;
+    uint64_t show_time;
+};
+
+/** One fragment: its samples, whose payload is all video followed by all audio. */
+struct Fragment {
+    std::vector<Sample> samples[track_count];
+    ExactTables exact;
+
+    bool empty() const { return samples[video_track].empty() && samples[audio_track].empty(); }
+    size_t count() const { return samples[video_track].size() + samples[audio_track].size(); }
+    uint64_t payload_size(int track) const;
+    void clear();
+};
+
+/** A value that count samples in a row share. */
+struct Run {
+    uint32_t count;
+    uint32_t value;
+};
+
+/** Samples that lie one behind the other. */
+struct Chunk {
+    uint64_t offset;
+    uint32_t count;
+};
+
+/** The samples of one track. Times are in units of 1/timescale s. */
+struct Track {
+    uint32_t timescale = 1000;
+    uint32_t count = 0;
+    uint64_t start_time = 0;     /**< decode time of the first sample */
+    uint64_t last_time = 0;      /**< decode time of the last sample */
+    std::vector<uint32_t> sizes; /**< empty when all samples have constant_size */
+    uint32_t constant_size = 0;
+    std::vector<Run> durations;
+    std::vector<Run> show_offsets; /**< signed values: show time - decode time */
+    std::vector<uint32_t> keys;    /**< key frames, ascending, the first sample is 0 */
+    bool all_keys = false;
+    std::vector<Chunk> chunks;
+
+    uint64_t to_ms(uint64_t time) const { return timescale == 1000 ? time : time * 1000 / timescale; }
+    void append(const Sample& sample);
+};
+
+/** All samples of a file. */
+struct Tables {
+    Track tracks[track_count];
+    ExactTables exact;
+
+    uint64_t count() const { return uint64_t{tracks[video_track].count} + tracks[audio_track].count; }
+    /** Get the memory that append() needs for a fragment; after it append() cannot fail. */
+    void make_room(const Fragment& fragment);
+    /** Add a fragment whose samples follow the last ones in time. */
+    void append(const Fragment& fragment, uint64_t payload_offset);
+    /** Upper bound of the bytes of a moov box that holds these tables and pending more samples. */
+    uint64_t moov_bound(size_t pending) const;
+};
+
+/** What a file holds, apart from the payload. */
+struct Movie {
+    kt_mfile_info_t info{};
+    Tables tables;
+    Bytes avc_config; /**< content of the avcC box */
+    AdtsHeader adts;  /**< of the first audio frame; size 0: raw, or none yet */
+
+    /** Time that the last frame of a track is taken to last, ms. */
+    uint32_t frame_time_ms(int track) const;
+    /** From the first frame to the end of the last one, ms. */
+    int duration_ms() const;
+};
+
+/** Append to a list of runs. */
+void push_run(std::vector<Run>& runs, uint32_t value);
+
+/** Walks over a list of runs, sample by sample; 0 behind its end. */
+class RunCursor
+{
+public:
+    explicit RunCursor(const std::vector<Run>& runs) : m_runs(&runs) { skip_finished(); }
+    uint32_t value() const { return m_run < m_runs->size() ? (*m_runs)[m_run].value : 0; }
+    void next();
+
+private:
+    void skip_finished();
+
+    const std::vector<Run>* m_runs;
+    size_t m_run = 0;
+    uint32_t m_done = 0;
+};
+
+/** Walks over the samples of a track, which does not change meanwhile. */
+class TrackCursor
+{
+public:
+    TrackCursor(const Track& track, const std::vector<Anchor>& anchors);
+
+    bool at_end() const;
+    uint32_t sample() const { return m_sample; }
+    uint32_t size() const;
+    uint64_t offset() const { return m_track->chunks[m_chunk].offset + m_chunk_bytes; }
+    uint64_t decode_time_ms() const { return m_track->to_ms(m_decode_time); }
+    /** When the sample is shown, ms. */
+    uint64_t show_time_ms() const;
+    uint32_t timestamp_ms() const;
+    bool is_key() const;
+    void next();
+
+private:
+    void skip_finished();
+
+    const Track* m_track;
+    const std::vector<Anchor>* m_anchors;
+    uint32_t m_sample = 0;
+    size_t m_chunk = 0;
+    uint32_t m_chunk_done = 0;
+    uint64_t m_chunk_bytes = 0;
+    RunCursor m_durations;
+    RunCursor m_show_offsets;
+    size_t m_key = 0;
+    size_t m_anchor = 0;
+    uint64_t m_decode_time;
+};
+
+/** The entry that holds for a sample: the last one that begins at or before it; walks on from entry. */
+template <class Entry>
+void follow(const std::vector<Entry>& entries, size_t& entry, uint32_t sample)
+{
+    while (entry + 1 < entries.size() && entries[entry + 1].sample <= sample)
+        ++entry;
+}
+
+} // namespace ifs_mp4
+
+#endif

@@ -1,0 +1,96 @@
+/** A camera for tests: real encoded frames, and what the container makes of them. */
+#ifndef TESTS_CONTAINER_CAMERA_H
+#define TESTS_CONTAINER_CAMERA_H
+
+#include <string>
+#include <vector>
+
+#include "include/kt_mp4.h"
+
+namespace camera
+{
+
+struct Frame {
+    int kind;
+    std::string bytes;
+    unsigned timestamp; /**< ms */
+    bool operator==(const Frame& other) const
+    {
+        return kind == other.kind && bytes == other.bytes && timestamp == other.timestamp;
+    }
+};
+using Frames = std::vector<Frame>;
+
+struct Scene {
+    int seconds = 4;
+    std::string size = "320x240";
+    std::string x264 = "bframes=0";
+    bool audio = true; /**< AAC, 44100 Hz, mono, ADTS */
+};
+
+/** H.264 (25 frames/s, a key frame each second, 4-byte start codes) and audio, in the order of time. */
+Frames shoot(const Scene& scene = {});
+
+Frames without_adts(Frames frames);
+Frames only_video(const Frames& frames);
+/** NAL units of an Annex B frame, without their start codes. */
+std::vector<std::string> nal_units(const std::string& frame);
+
+/** A folder that goes with its test. */
+class Folder
+{
+public:
+    Folder();
+    ~Folder();
+    std::string file(const std::string& name = "Rec.mp4") const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+/** A handle; closed at the end of its scope. */
+class Mp4
+{
+public:
+    Mp4(const std::string& path, int mode, bool audio = true, int width = 320, int height = 240);
+    ~Mp4() { close(); }
+    Mp4(const Mp4&) = delete;
+    Mp4& operator=(const Mp4&) = delete;
+
+    explicit operator bool() const { return m_handle != nullptr; }
+    int write(const Frame& frame, size_t first_piece = std::string::npos);
+    /** @return frames that were refused */
+    int write(const Frames& frames);
+    int read(Frame& frame);
+    Frames read_all();
+    kt_mfile_info_t info() const;
+    int seek(unsigned offset) { return kt_mp4_seek_read(m_handle, offset); }
+    int flush() { return kt_mp4_flush(m_handle); }
+    int close();
+
+private:
+    void* m_handle;
+    std::string m_buf;
+};
+
+/** Write a whole recording. */
+void record(const std::string& path, const Frames& frames);
+/** @return no frames, too, when the file cannot be opened */
+Frames read_back(const std::string& path);
+
+std::string load(const std::string& path);
+void save(const std::string& path, const std::string& bytes);
+/** Offsets of the boxes of a file, at all depths that hold boxes, and its end. */
+std::vector<size_t> box_boundaries(const std::string& bytes);
+
+/** Run a command. @return what it printed, its messages included */
+std::string run(const std::string& command);
+/** What ffprobe says of a file: "codec,width,height" or "codec,rate,channels" for each stream, the duration.
+ */
+std::string probe(const std::string& path);
+/** Decode all with ffmpeg. @return "N" video frames, with its messages in front */
+std::string decode(const std::string& path);
+
+} // namespace camera
+
+#endif

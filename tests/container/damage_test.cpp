@@ -1,0 +1,116 @@
+// Files that were cut short or damaged.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include <sys/resource.h>
+
+#include "tests/container/camera.h"
+
+using namespace camera;
+
+namespace
+{
+
+/** A finished recording of 2 s, and the same one as a power cut leaves it. */
+struct Recorded {
+    Frames frames = shoot({2, "160x120"});
+    std::string finished;
+    std::string interrupted;
+
+    explicit Recorded(const Folder& folder)
+    {
+        Mp4 recording(folder.file(), KT_MP4_CREATE);
+        for (const Frame& frame : frames) {
+            recording.write(frame);
+            if (frame.timestamp % 500 == 0)
+                recording.flush();
+        }
+        recording.flush();
+        interrupted = load(folder.file());
+        recording.close();
+        finished = load(folder.file());
+    }
+};
+
+bool is_prefix(const Frames& part, const Frames& whole)
+{
+    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+}
+
+/** Read all there is, errors passed over. @return frames */
+size_t read_damaged(const std::string& path)
+{
+    Mp4 file(path, KT_MP4_READ);
+    Frame frame{};
+    size_t frames = 0;
+    for (int errors = 0, length = 1; file && length != 0 && errors < 2000;) {
+        length = file.read(frame);
+        frames += length > 0;
+        errors += length < 0;
+    }
+    return frames;
+}
+
+} // namespace
+
+TEST(Damage, CutAtAnyPlaceKeepsAllWholeFragments)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    std::string path = folder.file("cut.mp4");
+    for (const std::string& whole : {recorded.finished, recorded.interrupted}) {
+        size_t newest = 0;
+        for (size_t boundary : box_boundaries(whole)) {
+            for (size_t cut : {boundary - 1, boundary, boundary + 1, boundary + 7, boundary + 100}) {
+                save(path, whole.substr(0, cut));
+                Frames got = read_back(path);
+                ASSERT_TRUE(is_prefix(got, recorded.frames)) << cut;
+                ASSERT_EQ(read_back(path), got) << cut;
+                if (cut == boundary) {
+                    ASSERT_GE(got.size(), newest) << cut;
+                    newest = got.size();
+                }
+            }
+        }
+        EXPECT_EQ(newest, recorded.frames.size());
+    }
+}
+
+TEST(Damage, RandomDamageNeverCrashesHangsOrTakesMemory)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    std::string path = folder.file("damaged.mp4");
+    std::mt19937 random(20240229);
+    for (int round = 0; round < 1000; ++round) {
+        std::string bytes = round % 2 ? recorded.finished : recorded.interrupted;
+        std::vector<size_t> boundaries = box_boundaries(bytes);
+        for (int damages = 1 + round % 4; damages > 0; --damages) {
+            // Mostly near the beginning of a box, where sizes, types and counts lie.
+            size_t at = boundaries[random() % boundaries.size()] + random() % 24;
+            at = round % 5 == 0 ? random() : at;
+            static const char values[] = {0, 1, '\x7f', '\x80', '\xff'};
+            bytes[at % bytes.size()] = round % 3 ? values[random() % 5] : static_cast<char>(random());
+        }
+        save(path, bytes);
+        EXPECT_LE(read_damaged(path), recorded.frames.size());
+    }
+    struct rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(usage.ru_maxrss, 64 * 1024); // KiB
+#endif
+}
+
+TEST(Damage, WhatIsNoMp4IsNotOpened)
+{
+    Folder folder;
+    save(folder.file("text.mp4"), "This is no film.");
+    EXPECT_FALSE(Mp4(folder.file("text.mp4"), KT_MP4_READ));
+    EXPECT_FALSE(Mp4(folder.file("missing.mp4"), KT_MP4_READ));
+    EXPECT_FALSE(Mp4(folder.file(""), KT_MP4_READ));
+    EXPECT_LT(kt_mp4_close(nullptr), 0);
+    EXPECT_LT(kt_mp4_getinfo(nullptr, nullptr), 0);
+}

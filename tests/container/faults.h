@@ -1,0 +1,20 @@
+/** System calls of this process that fail or do nothing on request. Nothing is really synced. */
+#ifndef TESTS_CONTAINER_FAULTS_H
+#define TESTS_CONTAINER_FAULTS_H
+
+#include <cstdint>
+#include <vector>
+
+namespace faults
+{
+
+/** Let writes fail (ENOSPC, half of the bytes written) from the nth one on, once or for good. 0: never. */
+void fail_write(int nth, bool once);
+/** Let writes succeed without writing. */
+void discard_writes(bool discard);
+/** Lengths of the writes, and 0 for each sync, since the last call. */
+std::vector<uint64_t> take_calls();
+
+} // namespace faults
+
+#endif

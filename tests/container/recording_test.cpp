@@ -1,0 +1,227 @@
+// What is accepted, and what a full card or a power cut leaves.
+#include <gtest/gtest.h>
+
+#include "tests/container/camera.h"
+#include "tests/container/faults.h"
+
+using namespace camera;
+
+namespace
+{
+
+const std::string start_code("\0\0\0\1", 4);
+
+bool is_prefix(const Frames& part, const Frames& whole)
+{
+    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+}
+
+} // namespace
+
+TEST(Recording, NothingIsWrittenBeforeTheFirstKeyFrameWithItsParameterSets)
+{
+    Folder folder;
+    const Frames frames = shoot();
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    std::vector<std::string> nals = nal_units(frames[0].bytes);
+    Frame bare = frames[0];
+    bare.bytes = start_code + nals.back();
+
+    EXPECT_EQ(recording.write(frames[3]), 0);
+    EXPECT_EQ(recording.write(frames[1]), 0);
+    EXPECT_EQ(recording.write(bare), 0);
+    EXPECT_EQ(recording.flush(), 0);
+    EXPECT_EQ(load(folder.file()), "");
+    EXPECT_EQ(recording.info().duration, 0);
+    EXPECT_EQ(recording.write(frames), 0);
+    EXPECT_EQ(recording.close(), 0);
+    EXPECT_EQ(read_back(folder.file()), frames);
+
+    EXPECT_EQ(Mp4(folder.file("empty.mp4"), KT_MP4_CREATE).close(), 0);
+    EXPECT_EQ(load(folder.file("empty.mp4")), "");
+    EXPECT_FALSE(Mp4(folder.file("empty.mp4"), KT_MP4_PROBE));
+}
+
+TEST(Recording, WhatIsNoH264OrAacIsRefused)
+{
+    Folder folder;
+    const Frames frames = shoot();
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    recording.write(frames);
+    std::string long_adts = frames[1].bytes + "x";
+
+    EXPECT_LT(recording.write({3, frames[0].bytes, 0}), 0);
+    EXPECT_LT(recording.write({KT_MP4_VIDEO_KEY, "", 0}), 0);
+    EXPECT_LT(recording.write({KT_MP4_VIDEO_OTHER, "no start code", 0}), 0);
+    EXPECT_LT(recording.write({KT_MP4_VIDEO_OTHER, start_code, 0}), 0);
+    EXPECT_LT(recording.write({KT_MP4_VIDEO_KEY, start_code + "\x40\x01 parameters of H.265", 0}), 0);
+    EXPECT_LT(recording.write({KT_MP4_AUDIO, long_adts, 0}), 0);
+    EXPECT_LT(Mp4(folder.file("silent.mp4"), KT_MP4_CREATE, false).write(frames[1]), 0);
+    recording.close();
+    EXPECT_EQ(read_back(folder.file()), frames);
+}
+
+TEST(Recording, ExistingFileIsNeverOverwritten)
+{
+    Folder folder;
+    save(folder.file(), "footage");
+    EXPECT_FALSE(Mp4(folder.file(), KT_MP4_CREATE));
+    EXPECT_EQ(load(folder.file()), "footage");
+}
+
+TEST(Recording, FramesOfAnySizeInAnyTwoPieces)
+{
+    Folder folder;
+    Frames frames = shoot({1});
+    Frame huge{KT_MP4_VIDEO_OTHER, start_code + "\x41\xe0" + std::string(2 << 20, 'x'), 1100};
+    frames.push_back(huge);
+    frames.push_back({KT_MP4_VIDEO_OTHER, start_code + "\x41", 1140});
+    frames.push_back({KT_MP4_AUDIO, "\x21", 1150});
+    Frames mixed_codes = frames;
+    for (Frame& frame : mixed_codes) {
+        if (frame.kind != KT_MP4_AUDIO)
+            frame.bytes.erase(0, 1);
+    }
+    mixed_codes[0].bytes += std::string("\0\0\0\0\1\x0c\xff", 7);
+    frames[0].bytes += start_code + "\x0c\xff";
+
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    for (const Frame& frame : mixed_codes)
+        EXPECT_EQ(recording.write(frame, &frame - mixed_codes.data()), 0);
+    recording.close();
+    EXPECT_EQ(read_back(folder.file()), frames);
+    Mp4 again(folder.file("pieces.mp4"), KT_MP4_CREATE);
+    const size_t size = mixed_codes[0].bytes.size();
+    for (size_t piece = 0; piece <= size; piece += piece == 60 ? size - 80 : 1)
+        EXPECT_EQ(again.write(mixed_codes[0], piece), 0);
+    again.close();
+    for (const Frame& frame : read_back(folder.file("pieces.mp4")))
+        ASSERT_EQ(frame, frames[0]);
+}
+
+TEST(Recording, ParameterSetsThatChangeAreDecoded)
+{
+    Folder folder;
+    Frames frames = shoot({2, "320x240", "bframes=0", false});
+    for (Frame frame : shoot({2, "160x120", "bframes=0", false})) {
+        frame.timestamp += 2000;
+        frames.push_back(frame);
+    }
+    record(folder.file(), frames);
+    EXPECT_EQ(read_back(folder.file()), frames);
+    EXPECT_EQ(decode(folder.file()), "100");
+}
+
+TEST(Recording, EachFragmentIsOneWriteAndAPowerCutCostsAtMostFiveSeconds)
+{
+    Folder folder;
+    const Frames frames = shoot({20});
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    faults::take_calls();
+    recording.write(frames);
+
+    int writes_since_sync = 0;
+    for (uint64_t size : faults::take_calls()) {
+        writes_since_sync = size == 0 ? 0 : writes_since_sync + 1;
+        EXPECT_LE(writes_since_sync, 4); // of 1 s each, and one is being collected
+    }
+    recording.flush();
+    faults::take_calls();
+    recording.flush();
+    EXPECT_TRUE(faults::take_calls().empty());
+}
+
+TEST(Recording, CopyTakenWhileRecordingIsFinishedAndPlays)
+{
+    const Frames with_audio = shoot();
+    for (const Frames& frames : {with_audio, only_video(with_audio)}) {
+        Folder folder;
+        Mp4 recording(folder.file(), KT_MP4_CREATE, frames == with_audio);
+        Frames flushed(frames.begin(), frames.begin() + 60);
+        recording.write(flushed);
+        recording.flush();
+        recording.write(Frames(frames.begin() + 60, frames.end()));
+        std::string torn = load(folder.file());
+        torn.resize(torn.size() - 10);
+        save(folder.file("torn.mp4"), torn);
+
+        EXPECT_EQ(run("ffmpeg -v error -i " + folder.file("torn.mp4") + " -t 1 -f null -"), "");
+        ASSERT_TRUE(Mp4(folder.file("torn.mp4"), KT_MP4_PROBE));
+        std::string finished = load(folder.file("torn.mp4"));
+        EXPECT_GT(finished.size(), torn.size());
+        Frames got = read_back(folder.file("torn.mp4"));
+        EXPECT_GE(got.size(), flushed.size());
+        EXPECT_TRUE(is_prefix(got, frames));
+        EXPECT_EQ(decode(folder.file("torn.mp4")), std::to_string(only_video(got).size()));
+        EXPECT_EQ(load(folder.file("torn.mp4")), finished); // once is enough
+    }
+}
+
+TEST(Recording, FileBeingRecordedIsNotFinishedByAnother)
+{
+    Folder folder;
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    recording.write(shoot());
+    recording.flush();
+    std::string before = load(folder.file());
+    EXPECT_TRUE(Mp4(folder.file(), KT_MP4_PROBE));
+    EXPECT_EQ(load(folder.file()), before);
+}
+
+TEST(Recording, NoFailureWhileClosingLosesAFrame)
+{
+    const Frames frames = shoot();
+    for (int nth : {1, 2, 3}) {
+        Folder folder;
+        Mp4 recording(folder.file(), KT_MP4_CREATE);
+        recording.write(frames);
+        recording.flush();
+        faults::fail_write(nth, false);
+        EXPECT_EQ(recording.close() == 0, nth == 3);
+        EXPECT_EQ(read_back(folder.file()), frames); // it cannot be finished here either
+        faults::fail_write(0, false);
+        EXPECT_EQ(read_back(folder.file()), frames);
+        EXPECT_EQ(decode(folder.file()), "100");
+    }
+}
+
+TEST(Recording, FullCardLeavesAWholeFileThatGoesOnLater)
+{
+    Folder folder;
+    const Frames frames = shoot();
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    Frames accepted;
+    for (const Frame& frame : frames) {
+        faults::fail_write(frame.timestamp >= 1900 && frame.timestamp < 3100 ? 1 : 0, false);
+        if (recording.write(frame) == 0)
+            accepted.push_back(frame);
+    }
+    faults::fail_write(0, false);
+    EXPECT_LT(accepted.size(), frames.size());
+    EXPECT_EQ(accepted.back(), frames.back());
+    EXPECT_EQ(recording.close(), 0);
+    EXPECT_EQ(read_back(folder.file()), accepted);
+}
+
+TEST(Recording, FileEndsBeforeTwoGibibytesAndIsClosed)
+{
+    Folder folder;
+    const Frames frames = shoot({1});
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    recording.write(frames);
+    recording.flush();
+    faults::discard_writes(true);
+    faults::take_calls();
+    Frame huge{KT_MP4_VIDEO_OTHER, start_code + "\x41\xe0" + std::string(3 << 20, 'x'), 1000};
+    int accepted = 0;
+    for (; accepted < 1000 && recording.write(huge) == 0; ++accepted)
+        huge.timestamp += 40;
+    EXPECT_LT(recording.write(huge), 0);
+    EXPECT_EQ(recording.close(), 0);
+    faults::discard_writes(false);
+    uint64_t total = 0;
+    for (uint64_t size : faults::take_calls())
+        total += size;
+    EXPECT_LT(total, 0x7fffffffu);
+    EXPECT_GT(total, 0x7fffffffu - 2 * huge.bytes.size());
+}

@@ -1,0 +1,110 @@
+// Clocks that do not simply run on.
+#include <gtest/gtest.h>
+
+#include "tests/container/camera.h"
+
+using namespace camera;
+
+namespace
+{
+
+/** Move all timestamps from a frame on. */
+Frames shifted(Frames frames, size_t from, unsigned by)
+{
+    for (size_t i = from; i < frames.size(); ++i)
+        frames[i].timestamp += by;
+    return frames;
+}
+
+/** Record, and check what holds for every clock. @return duration, ms */
+int recorded_duration(const std::string& path, const Frames& frames)
+{
+    Mp4 recording(path, KT_MP4_CREATE);
+    int newest = 0;
+    for (const Frame& frame : frames) {
+        EXPECT_EQ(recording.write(frame), 0);
+        EXPECT_GE(recording.info().duration, newest);
+        newest = recording.info().duration;
+    }
+    recording.flush();
+    save(path + ".cut.mp4", load(path));
+    EXPECT_EQ(recording.close(), 0);
+    for (const std::string& file : {path, path + ".cut.mp4"}) {
+        EXPECT_EQ(read_back(file), frames);
+        EXPECT_EQ(Mp4(file, KT_MP4_PROBE).info().duration, newest);
+        EXPECT_EQ(Mp4(file, KT_MP4_READ).info().firstpts, static_cast<int>(frames[0].timestamp));
+        EXPECT_EQ(run("ffmpeg -v error -i " + file + " -f null -"), "");
+        EXPECT_NEAR(std::stod(run("ffprobe -v error -of csv=p=0 -show_entries format=duration " + file)) *
+                        1000,
+                    newest, 1);
+    }
+    return newest;
+}
+
+} // namespace
+
+TEST(Timestamps, ClockThatWrapsGoesOn)
+{
+    Folder folder;
+    EXPECT_EQ(recorded_duration(folder.file(), shifted(shoot(), 0, 0u - 1500)), 4040);
+}
+
+TEST(Timestamps, PauseOfAnHourIsKept)
+{
+    Folder folder;
+    EXPECT_EQ(recorded_duration(folder.file(), shifted(shoot(), 120, 3600000)), 3604040);
+}
+
+TEST(Timestamps, ClockThatIsSetBackCostsNoFrame)
+{
+    size_t from = 119;
+    for (unsigned by : {20u, 300u, 5000u, 3600000u, 2000000000u}) {
+        Folder folder;
+        EXPECT_NEAR(recorded_duration(folder.file(), shifted(shoot(), ++from, 0u - by)), 4040, 60);
+    }
+}
+
+TEST(Timestamps, ErraticClockIsRestoredExactly)
+{
+    Folder folder;
+    Frames frames = shoot();
+    unsigned noise = 1;
+    for (Frame& frame : frames) {
+        noise = noise * 1664525 + 1013904223;
+        frame.timestamp = noise;
+    }
+    record(folder.file(), frames);
+    EXPECT_EQ(read_back(folder.file()), frames);
+    EXPECT_GE(Mp4(folder.file(), KT_MP4_READ).info().duration, 0);
+}
+
+TEST(Timestamps, AudioThatBeginsLaterStaysInStep)
+{
+    Folder folder;
+    Frames frames;
+    for (const Frame& frame : shoot()) {
+        if (frame.kind != KT_MP4_AUDIO || frame.timestamp >= 1500)
+            frames.push_back(frame);
+    }
+    recorded_duration(folder.file(), frames);
+    EXPECT_EQ(run("ffprobe -v error -select_streams a -of csv=p=0 -show_entries stream=start_time " +
+                  folder.file()),
+              "1.509000\n");
+}
+
+TEST(Timestamps, BFramesAreShownInTheirOrder)
+{
+    Folder folder;
+    Frames frames = shoot({4, "320x240", "bframes=2:b-adapt=0:scenecut=0:b-pyramid=none", false});
+    // 25 pictures I b b P b b P ... come as I P b b P b b ...
+    for (unsigned i = 0; i < frames.size(); ++i)
+        frames[i].timestamp = 40 * (i % 25 == 0 ? i : i % 25 % 3 == 1 ? i + 2 : i - 1);
+
+    EXPECT_EQ(recorded_duration(folder.file(), frames), 4000);
+    std::string shown =
+        run("ffprobe -v error -show_entries frame=pts -of default=nk=1:nw=1 " + folder.file());
+    std::string expected;
+    for (int i = 0; i < 100; ++i)
+        expected += std::to_string(40 * i) + "\n";
+    EXPECT_EQ(shown, expected);
+}
