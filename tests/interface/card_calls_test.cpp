@@ -1,0 +1,153 @@
+#include "tests/interface/card_test.h"
+
+class CardCalls : public CardTest
+{
+};
+
+TEST_F(CardCalls, DescribeTheCard)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE | IFS_DEBUG_ERROR);
+    _ifs_system_info_ info;
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_system_info(&info), 0); }),
+              "have_card:1, formatted:1, dev_size:8000000000, fs_total_size:7998930944, "
+              "fs_free_size:7998865408\n");
+    EXPECT_EQ(info.fs_version, 2);
+    EXPECT_EQ(info.card_fs_version, 2);
+    EXPECT_EQ(gHave_got_fs_size, 1);
+
+    ASSERT_EQ(Ifsi_umount(), 0);
+    Ifsi_get_system_info(&info);
+    EXPECT_EQ(info.have_card, 1);
+    EXPECT_EQ(info.formatted, 0);
+    EXPECT_EQ(info.dev_size, 8000000000u);
+    EXPECT_EQ(info.fs_total_size, 0u);
+
+    hostcard_fail(HOSTCARD_GET_SIZE64, 1, EIO, 0);
+    hostcard_fail(HOSTCARD_GET_SIZE, 1, EIO, 0);
+    EXPECT_EQ(Messages([&] { Ifsi_get_system_info(&info); }),
+              "Ifsod_get_dev_size Failed\n"
+              "have_card:1, formatted:0, dev_size:0, fs_total_size:0, fs_free_size:0\n");
+    hostcard_set_listing("sda1 sd sdA hda");
+    EXPECT_EQ(Messages([&] { Ifsi_get_system_info(&info); }),
+              "There is no sd card\nhave_card:0, formatted:0, dev_size:0, fs_total_size:0, fs_free_size:0\n");
+}
+
+TEST_F(CardCalls, TellWhenSpaceIsShort)
+{
+    hostcard_set_free(157286400 - 65536);
+    EXPECT_EQ(Ifsi_is_full(), 1);
+    hostcard_set_free(157286400);
+    EXPECT_EQ(Ifsi_is_full(), 0);
+    ASSERT_EQ(Ifsi_umount(), 0);
+    EXPECT_EQ(Printed([] { EXPECT_EQ(Ifsi_is_full(), -1); }), "");
+}
+
+TEST_F(CardCalls, MountOnlyACardThatIsThereAndFormatted)
+{
+    ASSERT_EQ(Ifsi_umount(), 0);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    const auto mount = [this] { EXPECT_EQ(Ifsi_mount(m_files.c_str()), -1); };
+    hostcard_set_listing("");
+    EXPECT_EQ(Messages(mount), "There is no sd card\n");
+    hostcard_set_listing(nullptr);
+    hostcard_fail(HOSTCARD_MOUNT, 1, EINVAL, 1);
+    EXPECT_EQ(Messages(mount), "mount(/dev/hd/sda1) on (" + m_files +
+                                   ") Failed(Invalid argument)\nIfsod_mount Failed\nIfs_mount Failed\n");
+    hostcard_fail(HOSTCARD_OPENDIR, 1, ENOENT, 1);
+    EXPECT_EQ(Messages(mount), "opendir (/dev/hd/) Failed\nThere is no sd card\n");
+    EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
+    Ifsi_set_debug_level(0);
+    Mount();
+}
+
+TEST_F(CardCalls, MountTwiceRebuildsAndKeepsTheCatalogue)
+{
+    Record(At(10, 0));
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
+    const std::string printed = Messages([this] { Mount(); });
+    EXPECT_NE(printed.find("mount(/dev/hd/sda1) on (" + m_files + ") already mounted\n"), std::string::npos);
+    EXPECT_NE(printed.find("Build record file list start...\nNumber of main stream record file:1\n"
+                           "Number of sub stream record file:0\nBuild record file list end!!!\n"),
+              std::string::npos)
+        << printed;
+    EXPECT_EQ(Counts(), "1 0");
+}
+
+TEST_F(CardCalls, UnmountIsRefusedWhileSomethingIsOpen)
+{
+    Record(At(9, 0));
+    tm start = At(9, 0);
+    tm end = At(10, 0);
+    int playing = -1;
+    Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
+    const int recording = Create(At(10, 0));
+    const int search = Ifsi_find_open(&start, &end, IFS_STREAM_MAIN);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    const auto umount = [] { EXPECT_EQ(Ifsi_umount(), -1); };
+    EXPECT_EQ(Messages(umount), "m_playing_file_table is not empty!\n");
+    Ifsi_close(playing, nullptr);
+    EXPECT_EQ(Messages(umount), "m_recording_file_table is not empty!\n");
+    Ifsi_set_debug_level(0);
+    Ifsi_close(recording, nullptr);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    EXPECT_EQ(Messages(umount), "m_searcher_table is not empty!\n");
+    Ifsi_find_close(search);
+    hostcard_fail(HOSTCARD_UMOUNT, 1, EBUSY, 1);
+    EXPECT_EQ(Messages(umount),
+              "umount(" + m_files + ") Failed(Device or resource busy)\nIfsod_umount Failed\n");
+    EXPECT_EQ(Counts(), "1 0");
+    ASSERT_EQ(Ifsi_umount(), 0);
+    EXPECT_EQ(Printed([] { EXPECT_EQ(Ifsi_umount(), 0); }), "");
+}
+
+TEST_F(CardCalls, AnswerAsDocumentedWhileNothingIsMounted)
+{
+    ASSERT_EQ(Ifsi_umount(), 0);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    tm t = At(9, 0);
+    char path[128];
+    _ifs_rec_file_ rec{};
+    unsigned char days[31] = {7};
+    unsigned long main_number = 7;
+    unsigned long sub_number = 7;
+    const std::string refused = "You must mount file system first\n";
+    EXPECT_EQ(Ifsi_get_file_number(&main_number, &sub_number), -1);
+    EXPECT_EQ(main_number + sub_number, 0u);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(9, 0)), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_open(&rec), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_open_v2(&t, IFS_STREAM_MAIN), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_open_v3(path), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_file_name(&rec, path), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_find_open(&t, &t, IFS_STREAM_MAIN), -1); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days), -1); }),
+              refused);
+    EXPECT_EQ(days[0], 7);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_latest_rec_time(&t), -3); }), refused);
+}
+
+TEST_F(CardCalls, FindAMountPointByDirectoryOrDevice)
+{
+    const std::string table = m_folder + "/mounts";
+    FILE* file = fopen(table.c_str(), "w");
+    fputs("rootfs / rootfs rw 0 0\n/dev/hd/sda1 /mnt/sd vfat rw 0 0\n", file);
+    fclose(file);
+    EXPECT_NE(find_mount_point("/mnt/sd/", table.c_str()), nullptr);
+    EXPECT_NE(find_mount_point("/dev/hd/sda1", table.c_str()), nullptr);
+    EXPECT_NE(find_mount_point("/", nullptr), nullptr);
+    EXPECT_EQ(find_mount_point("/mnt", table.c_str()), nullptr);
+    EXPECT_EQ(find_mount_point(std::string(500, '/').c_str(), table.c_str()), nullptr);
+    EXPECT_EQ(find_mount_point("/", "/nowhere"), nullptr);
+}
+
+TEST(LibraryState, StartsAsDocumented)
+{
+    EXPECT_EQ(gScan_rec_file_flag, 1);
+    EXPECT_EQ(gCard_fs_version, 2);
+    EXPECT_EQ(gFs_max_file_number, 0u);
+    EXPECT_EQ(gIfs_demo_flag, 0);
+    EXPECT_EQ(gIfs_file_type, 0);
+    Ifsi_set_scan_rec_file_flag(5);
+    EXPECT_EQ(gScan_rec_file_flag, 5);
+    Ifsi_set_scan_rec_file_flag(1);
+}

@@ -1,0 +1,182 @@
+#include <filesystem>
+
+#include "tests/interface/card_test.h"
+
+class Format : public CardTest
+{
+protected:
+    void SetUp() override
+    {
+        CardTest::SetUp();
+        ASSERT_EQ(Ifsi_umount(), 0);
+    }
+
+    /** Replace the inserted card by a blank one. */
+    void Insert_blank(unsigned long long bytes, unsigned heads, unsigned sectors)
+    {
+        hostcard_eject();
+        std::filesystem::remove_all(m_folder);
+        ASSERT_EQ(hostcard_create(m_folder.c_str(), bytes, heads, sectors), 0);
+        ASSERT_EQ(hostcard_insert(m_folder.c_str()), 0);
+        hostcard_scale_sleep(0.001);
+        m_files = hostcard_mount_point();
+    }
+    /** Standard output of a shell command. */
+    std::string Run(const std::string& command)
+    {
+        return Printed([&] { EXPECT_EQ(system(command.c_str()), 0) << command; });
+    }
+    /** A file with the partition's bytes. */
+    std::string Partition_file()
+    {
+        const std::string path = m_folder + "/partition.img";
+        Run("dd if=" + m_folder + "/card.img of=" + path + " bs=512 skip=63 conv=sparse status=none");
+        return path;
+    }
+};
+
+TEST_F(Format, WritesThePartitionSector)
+{
+    Insert_blank(7948206080ULL, 4, 16);
+    EXPECT_EQ(Ifsi_format(), 0);
+    EXPECT_EQ(Hex(Image(0, 512)), Hex(std::string(435, '\0') + Bytes(R"(
+        56 65 6c 74 72 6f 73 61 6e 00 00    # "Veltrosan"
+        00  01 01 00  0c  03 10 ff          # not bootable, first CHS, type, last CHS of 65,535 cylinders
+        10 00 00 00  f0 df ec 00            # first LBA 16, 15,523,824 sectors
+    )") + std::string(48, '\0') + Bytes("55 aa")));
+}
+
+TEST_F(Format, WritesTheBootRecordTwiceAndFsinfoOnce)
+{
+    const size_t partition = 63 * 512;
+    std::string boot = Image(partition, 512);
+    EXPECT_EQ(boot, Image(partition + 6 * 512, 512));
+    EXPECT_EQ(Image(partition + 7 * 512, 25 * 512), std::string(25 * 512, '\0'));
+    boot.replace(67, 4, "TIME");
+    EXPECT_EQ(Hex(boot.substr(0, 122)), Hex(Bytes(R"(
+        eb 58 90  4d 53 57 49 4e 34 2e 31          # jump, "MSWIN4.1"
+        00 02  80  20 00  02  00 00  00 00  f8     # sector, cluster, reserved, FATs, root entries, sectors, media
+        00 00  3f 00  ff 00  00 00 00 00           # FAT length, track, heads, hidden sectors
+        94 6a ee 00  ba 03 00 00  00 00  00 00     # 15,624,852 sectors in use, 954 a FAT, flags, version
+        02 00 00 00  01 00  06 00                  # root cluster, FSInfo, backup
+        00 00 00 00 00 00 00 00 00 00 00 00
+        80 00 29 54 49 4d 45                       # drive, signature, serial number
+        20 20 20 20 20 20 20 20 20 20 20           # blank label
+        46 41 54 33 32 20 20 20                    # "FAT32   "
+        0e 1f be 77 7c ac 22 c0 74 0b 56 b4 0e bb 07 00 cd 10 5e eb f0 32 e4 cd 16 cd 19 eb fe 54 68 69
+    )")));
+    EXPECT_EQ(Hex(boot.substr(509)), Hex(Bytes("00 55 aa")));
+    EXPECT_EQ(Hex(Image(partition + 512, 4)), Hex(std::string("RRaA")));
+    EXPECT_EQ(Hex(Image(partition + 512 + 484, 28)), Hex(Bytes(R"(
+        72 72 41 61  c5 dc 01 00  03 00 00 00   # "rrAa", 122,053 free clusters, next 3
+        00 00 00 00 00 00 00 00 00 00 00 00  00 00 55 aa
+    )")));
+    for (const size_t fat : {32, 32 + 954}) {
+        EXPECT_EQ(Hex(Image(partition + fat * 512, 16)),
+                  Hex(Bytes("f8 ff ff 0f ff ff ff ff ff ff ff 0f 00 00 00 00")));
+    }
+}
+
+TEST_F(Format, SatisfiesFsckAndMdir)
+{
+    Mount();
+    Record(At(10, 0));
+    ASSERT_EQ(Ifsi_umount(), 0);
+    ASSERT_EQ(Ifsi_format(), 0);
+    const std::string partition = Partition_file();
+    EXPECT_NE(Run("mdir -i " + partition + " ::").find("No files"), std::string::npos);
+    const std::string judged = Run("fsck.fat -n " + partition + " 2>&1 || true");
+    EXPECT_NE(judged.find("0 files, 1/122054 clusters"), std::string::npos) << judged;
+    EXPECT_EQ(judged.find("differ"), std::string::npos) << judged;
+    EXPECT_EQ(judged.find("wrong"), std::string::npos) << judged;
+}
+
+TEST_F(Format, EmptiesTheCard)
+{
+    Mount();
+    const std::string name = Record(At(10, 0));
+    EXPECT_EQ(Printed([] { EXPECT_EQ(Ifsi_format(), -1); }), "");
+    EXPECT_TRUE(Exists(name));
+    ASSERT_EQ(Ifsi_umount(), 0);
+    EXPECT_EQ(Ifsi_format(), 0);
+    Mount();
+    EXPECT_EQ(Counts(), "0 0");
+    EXPECT_FALSE(Exists(name));
+    EXPECT_FALSE(Exists("system_index_main"));
+}
+
+TEST_F(Format, NamesTheStepThatFailed)
+{
+    struct Step {
+        hostcard_call call;
+        unsigned nth;
+        const char* messages;
+    };
+    const std::string io = "Failed(Input/output error)\n";
+    const unsigned first_sector = 2; // behind the partition sector
+    const Step steps[] = {
+        {HOSTCARD_OPENDIR, 1, "opendir (/dev/hd/) Failed\nIfsscs_scan_sd_card Failed1\n"},
+        {HOSTCARD_OPEN, 1, "open Failed(/dev/hd/sda)(Input/output error)\nIfsf_fdisk Failed(/dev/hd/sda)\n"},
+        {HOSTCARD_GET_GEOMETRY, 1,
+         "HDIO_GETGEO Failed(Input/output error)\nIfsf_fdisk Failed(/dev/hd/sda)\n"},
+        {HOSTCARD_SEEK, 1, "lseek Failed(Input/output error)\nIfsf_fdisk Failed(/dev/hd/sda)\n"},
+        {HOSTCARD_WRITE, 1, "write Failed(Input/output error)\nIfsf_fdisk Failed(/dev/hd/sda)\n"},
+        {HOSTCARD_OPENDIR, 3, "opendir (/dev/hd/) Failed\nIfsscs_scan_sd_card Failed2\n"},
+        {HOSTCARD_OPEN, 3, "Open Failed(/dev/hd/sda1)(Input/output error)\nIfsf_format Failed\n"},
+        {HOSTCARD_SEEK, 2,
+         "lseek Failed(Input/output error)\nIfsf_seek_and_write reserve Failed\n"
+         "Ifsf_format Failed\n"},
+        {HOSTCARD_WRITE, first_sector + 31, "reserve"},
+        {HOSTCARD_WRITE, first_sector + 32, "DBR"},
+        {HOSTCARD_WRITE, first_sector + 33, "Reserve DBR"},
+        {HOSTCARD_WRITE, first_sector + 34, "fsinfo"},
+        {HOSTCARD_WRITE, first_sector + 35, "FAT1"},
+        {HOSTCARD_WRITE, first_sector + 36, "FAT2"},
+        {HOSTCARD_WRITE, first_sector + 37, "FAT3"},
+        {HOSTCARD_WRITE, first_sector + 38, "FAT4"},
+        {HOSTCARD_WRITE, first_sector + 35 + 2 * 954 + 127, "ROOT"},
+    };
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    for (const Step& step : steps) {
+        hostcard_fail_none();
+        hostcard_fail(step.call, step.nth, EIO, 1);
+        const std::string printed = Messages([] { EXPECT_EQ(Ifsi_format(), -1); });
+        const bool whole = std::string(step.messages).back() == '\n';
+        EXPECT_EQ(printed, whole ? step.messages
+                                 : "write " + io + "Ifsf_seek_and_write " + step.messages +
+                                       " Failed\nIfsf_format Failed\n");
+    }
+}
+
+TEST_F(Format, WaitsAMinuteForThePartition)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
+    const std::string first = Messages([] { Ifsi_format(); });
+    EXPECT_EQ(first, "fdisk OK!(0)\n");
+    Insert_blank(8000000000ULL, 255, 63);
+    hostcard_fail(HOSTCARD_REREAD, 1, EBUSY, 0);
+    std::string expected;
+    for (int left = 60; left >= 1; --left) {
+        expected += "fdisk wait ready(" + std::to_string(left) + ")...\n";
+    }
+    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), -1); }),
+              expected + "fdisk Time out\nOpen Failed(/dev/hd/sda1)(No such file or directory)\n"
+                         "Ifsf_format Failed\n");
+}
+
+TEST_F(Format, RefusesGeometriesAndSizesItCannotUse)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    Insert_blank(8000000000ULL, 1, 63);
+    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), -1); }),
+              "Invalid hdd parameter(1)(63)(65535)\nIfsf_fdisk Failed(/dev/hd/sda)\n");
+    EXPECT_EQ(Image(0, 512), std::string(512, '\0'));
+    Insert_blank(8000000000ULL, 255, 63);
+    hostcard_fail(HOSTCARD_GET_SIZE64, 1, EIO, 0);
+    hostcard_fail(HOSTCARD_GET_SIZE, 1, EIO, 0);
+    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), -1); }),
+              "SCFSC_get_dev_size Failed\nIfsf_fdisk Failed(/dev/hd/sda)\n");
+    hostcard_fail_none();
+    hostcard_fail(HOSTCARD_GET_SIZE64, 1, EIO, 0);
+    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), 0); }), "");
+}

@@ -1,0 +1,221 @@
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <thread>
+
+#include "interface/library_state.h"
+#include "interface/workers.h"
+#include "tests/interface/card_test.h"
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+std::atomic<bool> g_no_threads{false};
+
+} // namespace
+
+/** The C library's, unless no thread shall be had. */
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                              void* arg)
+{
+    using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
+    return g_no_threads ? EAGAIN : next(thread, attributes, start, arg);
+}
+
+class Locks : public CardTest
+{
+protected:
+    void SetUp() override
+    {
+        CardTest::SetUp();
+        ASSERT_EQ(Ifsi_umount(), 0);
+        hostcard_set_listing(""); // mount and format then end at once
+    }
+    void TearDown() override
+    {
+        hostcard_set_listing(nullptr);
+        CardTest::TearDown();
+    }
+
+    static CIfsThreadLock* Lock_of(unsigned lock)
+    {
+        return lock == LOCK_INTERFACE ? pgIfs_interface_tl
+               : lock == LOCK_WRITE   ? pgIfs_write_tl
+                                      : pgIfs_read_tl;
+    }
+
+    tm m_t = At(10, 0);
+    _ifs_rec_file_ m_rec{};
+};
+
+TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
+{
+    struct Call {
+        const char* name;
+        unsigned locks;
+        std::function<void()> run;
+    };
+    const unsigned i = LOCK_INTERFACE, w = LOCK_WRITE, r = LOCK_READ;
+    tm t = m_t;
+    const std::vector<Call> calls = {
+        {"Ifsi_mount", i, [&] { Ifsi_mount("/"); }},
+        {"Ifsi_umount", i, [] { Ifsi_umount(); }},
+        {"Ifsi_format", i, [] { Ifsi_format(); }},
+        {"Ifsi_is_full", i, [] { Ifsi_is_full(); }},
+        {"Ifsi_get_system_info", i,
+         [] {
+             _ifs_system_info_ info;
+             Ifsi_get_system_info(&info);
+         }},
+        {"Ifsi_create", i | w, [this] { Create(At(10, 0)); }},
+        {"Ifsi_write", w, [] { Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0); }},
+        {"Ifsi_close", i | w | r, [] { Ifsi_close(99, nullptr); }},
+        {"Ifsi_open", i | r,
+         [] {
+             _ifs_rec_file_ rec{};
+             Ifsi_open(&rec);
+         }},
+        {"Ifsi_open_v2", i | r, [t]() mutable { Ifsi_open_v2(&t, IFS_STREAM_MAIN); }},
+        {"Ifsi_open_v3", i | r,
+         [] {
+             char name[] = "x";
+             Ifsi_open_v3(name);
+         }},
+        {"Ifsi_stat", r,
+         [] {
+             _ifs_rec_file_ rec;
+             Ifsi_stat(99, &rec);
+         }},
+        {"Ifsi_read", r,
+         [] { Ifsi_read(99, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }},
+        {"Ifsi_read_v2", r, [] { Ifsi_read_v2(99, nullptr, 0, nullptr, nullptr); }},
+        {"Ifsi_read_standard", r, [] { Ifsi_read_standard(99, nullptr, 0); }},
+        {"Ifsi_seek", r, [] { Ifsi_seek(99, 0, SEEK_SET); }},
+        {"Ifsi_tseek", r, [] { Ifsi_tseek(99, 0); }},
+        {"Ifsi_get_file_name", 0,
+         [] {
+             _ifs_rec_file_ rec{};
+             char path[128];
+             Ifsi_get_file_name(&rec, path);
+         }},
+        {"Ifsi_get_file_name_v2", r,
+         [t]() mutable {
+             char path[128];
+             Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path);
+         }},
+        {"Ifsi_get_latest_rec_time", i,
+         [] {
+             tm latest;
+             Ifsi_get_latest_rec_time(&latest);
+         }},
+        {"Ifsi_find_open", i, [t]() mutable { Ifsi_find_open(&t, &t, IFS_STREAM_MAIN); }},
+        {"Ifsi_find_close", i, [] { Ifsi_find_close(99); }},
+        {"Ifsi_find_get_count", i, [] { Ifsi_find_get_count(99); }},
+        {"Ifsi_find_next", i, [] { Ifsi_find_next(99, 1, nullptr); }},
+        {"Ifsi_get_rec_calendar", i,
+         [t]() mutable {
+             unsigned char days[31];
+             Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days);
+         }},
+        {"Ifsi_get_file_number", i, [this] { Counts(); }},
+        {"Ifsi_loading_rebuilding_index_file_flag", 0, [] { Ifsi_loading_rebuilding_index_file_flag(); }},
+        {"Ifsi_set_overlap", 0, [] { Ifsi_set_overlap(1); }},
+        {"Ifsi_set_debug_level", 0, [] { Ifsi_set_debug_level(0); }},
+    };
+    for (const unsigned held : {i, w, r}) {
+        std::map<std::string, std::atomic<bool>> returned;
+        std::vector<std::thread> threads;
+        for (const Call& call : calls) {
+            returned[call.name] = false;
+        }
+        // One at a time: a call that waits for one lock may hold another.
+        for (const Call& call : calls) {
+            Lock_of(held)->Tl_lock(nullptr);
+            std::thread thread([&] {
+                call.run();
+                returned[call.name] = true;
+            });
+            const bool waits = (call.locks & held) != 0;
+            for (int ms = 0; ms < (waits ? 30 : 10000) && !returned[call.name]; ++ms) {
+                std::this_thread::sleep_for(1ms);
+            }
+            EXPECT_EQ(returned[call.name], !waits) << call.name << " while lock " << held << " is held";
+            Lock_of(held)->Tl_unlock(nullptr);
+            thread.join();
+        }
+    }
+}
+
+TEST_F(Locks, AreTakenInOrder)
+{
+    std::atomic<int> returned{0};
+    const auto start = [&returned](auto call) {
+        return std::thread([&returned, call] {
+            call();
+            ++returned;
+        });
+    };
+    pgIfs_read_tl->Tl_lock(nullptr);
+    std::thread close = start([] { Ifsi_close(99, nullptr); });
+    std::this_thread::sleep_for(50ms); // it has the interface and the write lock and waits for the read lock
+    std::thread write = start([] { Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0); });
+    std::thread query = start([] { Ifsi_find_get_count(99); });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(returned, 0);
+    pgIfs_read_tl->Tl_unlock(nullptr);
+    close.join();
+    write.join();
+    query.join();
+    EXPECT_EQ(returned, 3);
+}
+
+TEST_F(Locks, PassFromTheMountToTheRebuildWorker)
+{
+    hostcard_set_listing(nullptr);
+    // The worker stops at the read lock of a stdout that is held: it prints before it begins.
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
+    testing::internal::CaptureStdout();
+    flockfile(stdout);
+    std::atomic<bool> mounted{false};
+    std::thread mount([&] {
+        EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0);
+        mounted = true;
+    });
+    mount.join();
+    std::atomic<bool> counted{false};
+    std::thread count([&] {
+        Counts();
+        counted = true;
+    });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_TRUE(mounted);
+    EXPECT_FALSE(counted);
+    EXPECT_EQ(gLoading_or_rebuilding_index_file, 1);
+    EXPECT_EQ(Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0), -1); // does not wait
+    funlockfile(stdout);
+    count.join();
+    EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
+    Ifsi_set_debug_level(0);
+    testing::internal::GetCapturedStdout();
+}
+
+TEST_F(Locks, AreFreeAgainWhenNoRebuildWorkerCanBeStarted)
+{
+    hostcard_set_listing(nullptr);
+    Mount();
+    Record(At(10, 0));
+    ASSERT_EQ(Ifsi_umount(), 0);
+    g_no_threads = true;
+    EXPECT_EQ(Ifst_create_detached_thread(Build_rec_file_list_thread, nullptr), 0);
+    EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0);
+    g_no_threads = false;
+    EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
+    EXPECT_EQ(Counts(), "1 0");
+}

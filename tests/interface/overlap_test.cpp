@@ -1,0 +1,137 @@
+#include <unistd.h>
+
+#include "tests/interface/card_test.h"
+
+/** The overlap worker, its seconds taken in milliseconds; one worker serves all tests. */
+class Overlap : public CardTest
+{
+protected:
+    void SetUp() override
+    {
+        CardTest::SetUp();
+        Ifsi_set_overlap(0);
+        static const bool started = Start();
+        ASSERT_TRUE(started);
+        // The worker may still be in a sleep that began before this test shortened them.
+        Ifsi_set_overlap(1);
+        while (hostcard_count(HOSTCARD_STATFS) < 3) {
+            usleep(1000 * 1000);
+        }
+        Ifsi_set_overlap(0);
+    }
+    void TearDown() override
+    {
+        Ifsi_set_overlap(0);
+        Counts(); // waits for a tick in progress
+        gFs_max_file_number = 0;
+        CardTest::TearDown();
+    }
+    static bool Start()
+    {
+        const std::string banner = Printed([] { EXPECT_EQ(Ifsi_init(), 0); });
+        EXPECT_EQ(banner.substr(0, 10), "libifs for");
+        return true;
+    }
+    /** Let the worker run until the counts stay the same for 30 ticks. @return them */
+    std::string Run()
+    {
+        Ifsi_set_overlap(1);
+        std::string before;
+        for (std::string now = Counts(); now != before; now = Counts()) {
+            before = now;
+            usleep(100 * 1000 * 1000); // scaled to 100 ms
+        }
+        Ifsi_set_overlap(0);
+        return before;
+    }
+    void Record_many(int count, int stream = IFS_STREAM_MAIN)
+    {
+        for (int i = 0; i < count; ++i) {
+            Record(At(10, i / 60, i % 60), 1, stream);
+        }
+    }
+};
+
+TEST_F(Overlap, DeletesTheOldestOfBothStreamsWhileSpaceIsShort)
+{
+    Record(At(10, 0));
+    Record(At(11, 0));
+    const std::string oldest = Record(At(9, 0), 10, IFS_STREAM_SUB);
+    hostcard_set_free(419430400);
+    EXPECT_EQ(Run(), "2 1");
+    hostcard_set_free(419430400 - 65536);
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE | IFS_DEBUG_ERROR);
+    const std::string said = Messages([this] { EXPECT_EQ(Run(), "0 0"); });
+    EXPECT_EQ(said.substr(0, said.find("No file to remove\n")),
+              "remove file(" + oldest + ")\nRemove file(" + m_files + "/" + oldest +
+                  ")\n"
+                  "remove file(Rec_20191012_100000_061_M.mp4)\n"
+                  "Remove file(" +
+                  m_files +
+                  "/Rec_20191012_100000_061_M.mp4)\n"
+                  "remove file(Rec_20191012_110000_061_M.mp4)\n"
+                  "Remove file(" +
+                  m_files + "/Rec_20191012_110000_061_M.mp4)\n");
+    EXPECT_NE(said.find("No file to remove\n"), std::string::npos);
+}
+
+TEST_F(Overlap, NeverDeletesWhatIsPlayedOrWritten)
+{
+    Record(At(9, 0));
+    Record(At(10, 0));
+    Record(At(9, 0), 10, IFS_STREAM_SUB);
+    const int running = Create(At(8, 0));
+    Write_seconds(running, 3);
+    std::string name = "Rec_20191012_090000_061_M.mp4";
+    const int playing = Ifsi_open_v3(name.data());
+    hostcard_set_free(0);
+    EXPECT_EQ(Run(), "1 0");
+    EXPECT_EQ(Starts(IFS_STREAM_MAIN), "09:00:00 08:00:00"); // the running one behind
+    EXPECT_TRUE(Exists(name));
+    EXPECT_TRUE(Exists("Rec_20191012_080000_061_M.mp4"));
+    hostcard_set_free(-1);
+    Ifsi_close(playing, nullptr);
+    Ifsi_close(running, nullptr);
+}
+
+TEST_F(Overlap, KeepsTheNumberOfFilesBelowTheLimit)
+{
+    Record_many(60);
+    Record_many(40, IFS_STREAM_SUB);
+    gFs_max_file_number = 101;
+    EXPECT_EQ(Run(), "60 40");
+    gFs_max_file_number = 100;
+    EXPECT_EQ(Run(), "49 30"); // on to 20 below the limit and one more, main first at the same second
+}
+
+TEST_F(Overlap, HasNoHysteresisWithASmallLimit)
+{
+    Record_many(20);
+    gFs_max_file_number = 20;
+    EXPECT_EQ(Run(), "19 0");
+}
+
+TEST_F(Overlap, RewritesTheIndexEvery100Deletions)
+{
+    Record_many(120);
+    gFs_max_file_number = 120;
+    const size_t whole = 15 + 120 * 128;
+    EXPECT_EQ(File("system_index_main").size(), whole);
+    EXPECT_EQ(Run(), "99 0");
+    EXPECT_EQ(File("system_index_main").size(), whole);
+    hostcard_set_free(0);
+    EXPECT_EQ(Run(), "0 0");
+    EXPECT_EQ(File("system_index_main").size(), 15u + 20 * 128); // as of the 100th
+}
+
+TEST_F(Overlap, DropsTheEntryOfAFileThatCannotBeRemoved)
+{
+    const std::string name = Record(At(9, 0));
+    hostcard_fail(HOSTCARD_REMOVE, 1, EIO, 0);
+    hostcard_set_free(0);
+    EXPECT_EQ(Run(), "0 0");
+    EXPECT_TRUE(Exists(name));
+    hostcard_fail_none();
+    Remount();
+    EXPECT_EQ(Counts(), "1 0");
+}

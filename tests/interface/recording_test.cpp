@@ -1,0 +1,171 @@
+#include <climits>
+#include <thread>
+
+#include "tests/interface/card_test.h"
+
+class Recording : public CardTest
+{
+};
+
+TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
+{
+    const int fd = Create(At(17, 17, 23));
+    Write_seconds(fd, 10);
+    EXPECT_EQ(Counts(), "0 0");
+    EXPECT_FALSE(Exists("system_index_main"));
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_close(fd, nullptr), 0); }),
+              "recording file(Rec_20191012_171723_061_M.mp4) end time(2019-10-12 17:17:32)(first pts:0 ms, "
+              "duration:9 seconds)(mp4 duration:9040)\n"
+              "Close recording file(file name:Rec_20191012_171723_061_M.mp4)(end time:2019-10-12 17:17:32)"
+              "(pEnd_tm:(nil))\n");
+    EXPECT_EQ(Counts(), "1 0");
+    EXPECT_EQ(File("system_index_main").size(), 143u);
+    EXPECT_EQ(File("system_index_main").substr(0, 19), "system_index_v1ITEM");
+
+    const auto found = Search(IFS_STREAM_MAIN);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(Text(found[0].end_tm), "2019-10-12 17:17:32");
+    EXPECT_EQ(found[0].video_res, 6);
+    EXPECT_EQ(found[0].frame_rate, 25);
+    EXPECT_EQ(found[0].width, 320);
+    EXPECT_GT(found[0].file_size, 1000);
+}
+
+TEST_F(Recording, KeepsTheCallersEndTime)
+{
+    const int fd = Create(At(10, 0), IFS_STREAM_SUB);
+    Write_seconds(fd, 3);
+    tm end = At(11, 22, 33);
+    Ifsi_close(fd, &end);
+    EXPECT_EQ(Text(Search(IFS_STREAM_SUB).at(0).end_tm), "2019-10-12 11:22:33");
+}
+
+TEST_F(Recording, WithoutFramesIsDeleted)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
+    const int fd = Create(At(10, 0));
+    EXPECT_TRUE(Exists("Rec_20191012_100000_061_M.mp4"));
+    const std::string printed = Messages([&] { EXPECT_EQ(Ifsi_close(fd, nullptr), 0); });
+    EXPECT_NE(printed.find("file size is zero\nremove file(" + m_files +
+                           ", Rec_20191012_100000_061_M.mp4)\n" + "Remove file(" + m_files +
+                           "/Rec_20191012_100000_061_M.mp4)\nfd:" + std::to_string(fd) + ", ret_val:0\n"),
+              std::string::npos)
+        << printed;
+    EXPECT_FALSE(Exists("Rec_20191012_100000_061_M.mp4"));
+    EXPECT_EQ(Counts(), "0 0");
+}
+
+TEST_F(Recording, NeedsMoreThan150MiBFree)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    hostcard_set_free(157286400);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(10, 0)), -1); }),
+              "sd card is full(157286400 <= 157286400)\n");
+    hostcard_set_free(157286400 + 65536);
+    const int fd = Create(At(10, 0));
+    EXPECT_GT(fd, 0);
+    hostcard_fail(HOSTCARD_STATFS, 1, EIO, 1);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(10, 1)), -1); }), "Ifs_get_fs_size Failed\n");
+    Ifsi_close(fd, nullptr);
+}
+
+TEST_F(Recording, ChecksFreeSpaceOnceIn32MiB)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    hostcard_set_free(1LL << 30);
+    const int fd = Create(At(10, 0));
+    std::string frame = Video_frame(true, (1 << 20) - 39); // 1 MiB with its parameter sets
+    ASSERT_EQ(frame.size(), 1u << 20);
+    const auto write = [&](int count) {
+        int result = 0;
+        for (int i = 0; i < count; ++i) {
+            result =
+                Ifsi_write(fd, frame.data(), 1000, frame.data() + 1000, (1 << 20) - 1000, IFS_FRAME_I, 0);
+        }
+        return result;
+    };
+    // Other tests have counted, too: go on until a write asks, which starts the count anew.
+    for (unsigned before = hostcard_count(HOSTCARD_STATFS); hostcard_count(HOSTCARD_STATFS) == before;) {
+        EXPECT_EQ(write(1), 0);
+    }
+    const unsigned queries = hostcard_count(HOSTCARD_STATFS);
+    EXPECT_EQ(write(31), 0);
+    EXPECT_EQ(hostcard_count(HOSTCARD_STATFS), queries);
+    hostcard_set_free(104857600);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(write(2), -1); }),
+              "sd card is full(104857600)\nsd card is full(104857600)\n");
+    // Bytes refused for days must not wrap the counter into another allowance.
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Ifsi_write(fd, frame.data(), INT_MAX, frame.data(), INT_MAX, IFS_FRAME_I, 0), -1);
+    }
+    hostcard_set_free(104857600 + 65536);
+    EXPECT_EQ(write(1), 0);
+    Ifsi_close(fd, nullptr);
+}
+
+TEST_F(Recording, RefusesForeignHandles)
+{
+    Record(At(9, 0));
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    tm start = At(9, 0);
+    int playing = -1;
+    Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
+    char byte = 0;
+    for (const int fd : {playing, 0, -1, 33}) {
+        EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_write(fd, &byte, 1, nullptr, 0, IFS_FRAME_I, 0), -1); }),
+                  "It's not recording file(" + std::to_string(fd) + ")\n");
+    }
+    Ifsi_close(playing, nullptr);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_close(playing, nullptr), 0); }),
+              "Invalid fd:" + std::to_string(playing) + "\n");
+}
+
+TEST_F(Recording, NeverOverwritesAnotherAndGivesItsHandleBack)
+{
+    const std::string name = Record(At(9, 0));
+    const std::string bytes = File(name);
+    std::vector<int> open;
+    open.push_back(Create(At(10, 0)));
+    EXPECT_EQ(Create(At(9, 0)), -1);
+    open.push_back(Create(At(10, 1)));
+    // The failed create took a handle and gave it back; the allocator has moved on all the same.
+    EXPECT_EQ(open[1], open[0] % 32 + 2);
+    while (open.size() < 32) {
+        open.push_back(Create(At(11, 0, static_cast<int>(open.size()))));
+        ASSERT_GT(open.back(), 0);
+    }
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(12, 0)), -1); }), "There is no free handle\n");
+    Ifsi_set_debug_level(0);
+    for (const int fd : open) {
+        Ifsi_close(fd, nullptr);
+    }
+    EXPECT_EQ(File(name), bytes);
+}
+
+TEST_F(Recording, TracesItsCalls)
+{
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
+    int fd = -1;
+    const std::string created = Messages([&] { fd = Create(At(10, 0), IFS_STREAM_SUB); });
+    EXPECT_EQ(created, "start:2019-10-12 10:00:00, stream_type:sub, video_system:1, video_res:6(320 * 240), "
+                       "frame_rate:25\n"
+                       "start:2019-10-12 10:00:00, stream_type:sub, ret_val:" +
+                           std::to_string(fd) + "\n");
+    Ifsi_set_debug_level(0);
+    Ifsi_close(fd, nullptr);
+}
+
+TEST_F(Recording, OfTwoStreamsSideBySideKeepsBoth)
+{
+    const int main_fd = Create(At(10, 0), IFS_STREAM_MAIN);
+    const int sub_fd = Create(At(10, 0), IFS_STREAM_SUB);
+    std::thread main_writer([&] { Write_seconds(main_fd, 200); });
+    std::thread sub_writer([&] { Write_seconds(sub_fd, 100); });
+    main_writer.join();
+    sub_writer.join();
+    Ifsi_close(main_fd, nullptr);
+    Ifsi_close(sub_fd, nullptr);
+    EXPECT_EQ(Text(Search(IFS_STREAM_MAIN).at(0).end_tm), "2019-10-12 10:03:19");
+    EXPECT_EQ(Text(Search(IFS_STREAM_SUB).at(0).end_tm), "2019-10-12 10:01:39");
+}
