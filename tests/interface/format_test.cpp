@@ -26,11 +26,12 @@ protected:
     {
         return Printed([&] { EXPECT_EQ(system(command.c_str()), 0) << command; });
     }
-    /** A file with the partition's bytes. */
+    /** A file with the partition's bytes: what a format writes at its beginning, behind it a hole. */
     std::string Partition_file()
     {
         const std::string path = m_folder + "/partition.img";
-        Run("dd if=" + m_folder + "/card.img of=" + path + " bs=512 skip=63 conv=sparse status=none");
+        Run("dd if=" + m_folder + "/card.img of=" + path + " bs=32256 skip=1 count=40 status=none");
+        std::filesystem::resize_file(path, 15624906ULL * 512);
         return path;
     }
 };
@@ -86,9 +87,10 @@ TEST_F(Format, SatisfiesFsckAndMdir)
     const std::string partition = Partition_file();
     EXPECT_NE(Run("mdir -i " + partition + " ::").find("No files"), std::string::npos);
     const std::string judged = Run("fsck.fat -n " + partition + " 2>&1 || true");
-    EXPECT_NE(judged.find("0 files, 1/122054 clusters"), std::string::npos) << judged;
-    EXPECT_EQ(judged.find("differ"), std::string::npos) << judged;
-    EXPECT_EQ(judged.find("wrong"), std::string::npos) << judged;
+    EXPECT_EQ(judged.substr(judged.find('\n') + 1), // behind the version
+              "Label '' stored in boot sector is not valid.\n  Auto-removing label from boot sector.\n\n"
+              "Leaving filesystem unchanged.\n" +
+                  partition + ": 0 files, 1/122054 clusters\n");
 }
 
 TEST_F(Format, EmptiesTheCard)
