@@ -71,7 +71,7 @@ void sync_folder_of(const char* path)
 
 bool Source::refresh()
 {
-    struct stat status;
+    struct stat status = {};
     m_window_size = 0;
     if (fstat(m_fd, &status) != 0 || !S_ISREG(status.st_mode))
         return false;

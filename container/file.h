@@ -72,14 +72,14 @@ private:
     bool m_failed = false;
     uint64_t m_window_offset = 0;
     size_t m_window_size = 0;
-    uint8_t m_window[window_bytes];
+    uint8_t m_window[window_bytes] = {};
 };
 
 /** One box of a file: its type and the range of its content. */
 struct Box {
-    uint32_t type;
-    uint64_t begin;
-    uint64_t end;
+    uint32_t type = 0;
+    uint64_t begin = 0;
+    uint64_t end = 0;
     uint64_t size() const { return end - begin; }
 };
 

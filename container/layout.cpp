@@ -57,22 +57,12 @@ void put_mvhd(Bytes& out, uint32_t duration)
 
 void put_info(Bytes& out, const Movie& movie, bool complete)
 {
-    const kt_mfile_info_t& info = movie.info;
-    const int fields[info_field_count] = {layout_version,
-                                          complete,
-                                          info.width,
-                                          info.height,
-                                          info.frame_rate,
-                                          info.audio_profile,
-                                          info.audio_sample_rate_index,
-                                          info.audio_channel_conf,
-                                          info.have_audio,
-                                          info.firstpts,
-                                          complete ? movie.duration_ms() : 0};
     BoxScope box(out, "uuid");
     put_bytes(out, info_uuid, uuid_bytes);
-    for (int field : fields)
-        put32(out, static_cast<uint32_t>(field));
+    put32(out, layout_version);
+    put32(out, complete);
+    for (auto field : info_fields)
+        put32(out, static_cast<uint32_t>(movie.info.*field));
     put64(out, movie.tables.tracks[audio_track].start_time);
 }
 
@@ -456,8 +446,9 @@ void put_final_moov(Bytes& out, Movie& movie)
         if (movie.tables.tracks[i].count > 0)
             push_run(movie.tables.tracks[i].durations, movie.frame_time_ms(i));
     }
+    movie.info.duration = movie.duration_ms();
     BoxScope moov(out, "moov");
-    put_mvhd(out, static_cast<uint32_t>(movie.duration_ms()));
+    put_mvhd(out, static_cast<uint32_t>(movie.info.duration));
     put_info(out, movie, true);
     for (int i = 0; i < track_count; ++i) {
         if (movie.tables.tracks[i].count > 0)

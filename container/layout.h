@@ -22,23 +22,22 @@ constexpr size_t uuid_bytes = 16;
 extern const uint8_t info_uuid[uuid_bytes];
 extern const uint8_t exact_uuid[uuid_bytes];
 
-/** Content of the "info" box behind its uuid: 32-bit fields, then the audio's start time (64 bits). */
-enum InfoField {
-    info_version,  /**< layout_version */
-    info_complete, /**< 1 in the last moov */
-    info_width,
-    info_height,
-    info_frame_rate,
-    info_audio_profile,
-    info_audio_sample_rate_index,
-    info_audio_channel_conf,
-    info_have_audio,
-    info_firstpts,
-    info_duration,
-    info_field_count
+/**
+ * Content of the "info" box behind its uuid: layout_version, 1 in the last moov, these fields (32 bits each),
+ * the start time of the audio (64 bits).
+ */
+constexpr int kt_mfile_info_t::*info_fields[] = {
+    &kt_mfile_info_t::width,
+    &kt_mfile_info_t::height,
+    &kt_mfile_info_t::frame_rate,
+    &kt_mfile_info_t::audio_profile,
+    &kt_mfile_info_t::audio_sample_rate_index,
+    &kt_mfile_info_t::audio_channel_conf,
+    &kt_mfile_info_t::have_audio,
+    &kt_mfile_info_t::firstpts,
+    &kt_mfile_info_t::duration,
 };
 constexpr uint32_t layout_version = 1;
-constexpr size_t info_bytes = 4 * info_field_count + 8;
 
 /** Flags of the boxes in a fragment; the reader takes no others. */
 constexpr uint32_t tfhd_flags = 0x020000;       /**< data offsets count from the moof box */

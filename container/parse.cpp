@@ -132,23 +132,14 @@ bool parse_exact(Source& source, const Box& box, ExactTables& exact)
 bool parse_info(Source& source, const Box& box, ParsedMovie& movie)
 {
     Fields fields(source, behind_uuid(box));
-    uint32_t values[info_field_count];
-    for (uint32_t& value : values)
-        value = fields.u32();
-    movie.tables.tracks[audio_track].start_time = fields.u64();
-    auto value = [&](InfoField field) { return static_cast<int>(values[field]); };
+    bool known = fields.u32() == layout_version;
     movie.recording = true;
-    movie.complete = values[info_complete] == 1;
-    movie.info.width = value(info_width);
-    movie.info.height = value(info_height);
-    movie.info.frame_rate = value(info_frame_rate);
-    movie.info.audio_profile = value(info_audio_profile);
-    movie.info.audio_sample_rate_index = value(info_audio_sample_rate_index);
-    movie.info.audio_channel_conf = value(info_audio_channel_conf);
-    movie.info.have_audio = value(info_have_audio);
-    movie.info.firstpts = value(info_firstpts);
-    movie.info.duration = std::max(value(info_duration), 0);
-    return fields.ok() && values[info_version] == layout_version;
+    movie.complete = fields.u32() == 1;
+    for (auto field : info_fields)
+        movie.info.*field = static_cast<int>(fields.u32());
+    movie.info.duration = std::max(movie.info.duration, 0);
+    movie.tables.tracks[audio_track].start_time = fields.u64();
+    return known && fields.ok();
 }
 
 /** Reads a trak box of any writer into a Track. */

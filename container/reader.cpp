@@ -91,32 +91,35 @@ Reader::Reader(Fd fd, bool info_only)
 
 bool Reader::load(const char* path)
 {
-    Box moov;
-    if (!m_source.refresh())
+    if (!m_source.refresh() || !(load_complete() || recover(path)))
         return false;
-    if (!load_complete()) {
-        if (!load_recording(moov))
-            return false;
-        Fd writer(::open(path, O_RDWR | O_CLOEXEC));
-        bool alone = writer && flock(writer.get(), LOCK_EX | LOCK_NB) == 0;
-        m_live = writer && !alone && errno == EWOULDBLOCK;
-        // Whoever recorded may have finished the file before the lock was ours.
-        bool complete = m_source.refresh() && load_complete();
-        if (!complete) {
-            if (!load_recording(moov))
-                return false;
-            m_walk_pos = moov.end;
-            walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
-            if (m_fragments == 0)
-                return false;
-            m_movie.info.duration = m_movie.duration_ms();
-            // What cannot be read now may well be readable later: the file then stays as it is.
-            if (alone && !m_source.failed())
-                finish_file(writer.get(), m_movie, m_source.size());
-        }
-    }
     describe();
     return true;
+}
+
+/** Find the frames of a recording that was not finished, and finish it if nobody else is about to. */
+bool Reader::recover(const char* path)
+{
+    Box moov;
+    if (!load_recording(moov))
+        return false;
+    Fd writer(::open(path, O_RDWR | O_CLOEXEC));
+    bool alone = writer && flock(writer.get(), LOCK_EX | LOCK_NB) == 0;
+    m_live = writer && !alone && errno == EWOULDBLOCK;
+    // Whoever recorded may have finished the file before the lock was ours.
+    if (!m_source.refresh())
+        return false;
+    if (load_complete())
+        return true;
+    if (!load_recording(moov))
+        return false;
+    m_walk_pos = moov.end;
+    walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
+    m_movie.info.duration = m_movie.duration_ms();
+    // What cannot be read now may well be readable later: the file then stays as it is.
+    if (alone && m_fragments > 0 && !m_source.failed())
+        finish_file(writer.get(), m_movie, m_source.size());
+    return m_fragments > 0;
 }
 
 bool Reader::load_complete()

@@ -36,6 +36,7 @@ public:
 private:
     Reader(Fd fd, bool info_only);
     bool load(const char* path);
+    bool recover(const char* path);
     bool load_complete();
     bool load_recording(Box& moov);
     void describe();

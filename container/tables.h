@@ -26,7 +26,7 @@ struct Anchor {
 
 /** From this audio sample on, frames had this header. */
 struct AdtsRun {
-    uint32_t sample;
+    uint32_t sample = 0;
     AdtsHeader header;
 };
 

@@ -31,7 +31,7 @@ typedef enum SAMPLE_RATE_INDEX_E {
     SAMPLE_RATE_INDEX_7350 = 12
 } SAMPLE_RATE_INDEX_E;
 
-/** Modes of kt_mp4_open(). */
+/** Modes of kt_mp4_open(); a mode with the bit KT_MP4_CREATE creates, any other with KT_MP4_READ reads. */
 enum {
     KT_MP4_READ = 1,   /**< play an existing file from its first frame */
     KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
@@ -40,7 +40,7 @@ enum {
 
 /** Frame kinds of kt_mp4_write() and kt_mp4_read(). */
 enum {
-    KT_MP4_VIDEO_KEY = 0,   /**< H.264 access unit with an IDR picture, Annex B */
+    KT_MP4_VIDEO_KEY = 0, /**< H.264 access unit with an IDR picture, Annex B, start codes of 3 or 4 bytes */
     KT_MP4_VIDEO_OTHER = 1, /**< any other H.264 access unit, Annex B */
     KT_MP4_AUDIO = 2        /**< one AAC access unit, raw or with an ADTS header */
 };
@@ -63,10 +63,22 @@ typedef struct kt_mfile_info_t {
  * Open a file for reading or probing, or create one.
  *
  * The seven picture and audio values describe a file that is created and are 0 otherwise.
- * A created file stays at 0 bytes until the first key frame with its parameter sets arrives.
+ * A created file stays at 0 bytes until the first key frame with its parameter sets arrives. It is locked
+ * (flock) while it is written.
+ *
+ * A recording that was interrupted opens with all that reached the file whole. If the file can be written and
+ * nobody records into it, it is turned into a finished one on the way; nothing in it is overwritten. A file
+ * that is being recorded opens with what was flushed; reading on at its end takes in what was flushed later.
+ *
+ * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
+ * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.
  *
  * @param path  full path; copied
+ * @param frame_rate     frames per second; tells how long the last frame lasts, 40 ms when out of 1 to 1000
+ * @param audio_profile  kept and given back. Raw frames are taken for AAC LC of the given rate and channels;
+ *                       ADTS headers overrule all three.
  * @param mode  KT_MP4_READ, KT_MP4_CREATE or KT_MP4_PROBE
+ * @param have_audio  0: no audio frame will be accepted
  * @param reserved1,reserved2  320 and 0; ignored
  * @return a handle that kt_mp4_close() releases, or NULL: the path exists (create) or does not
  *         (otherwise), it is no readable MP4 file, an I/O error, no memory
@@ -78,10 +90,16 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
 /**
  * Append one frame to a created file. Its bytes are data1 followed by data2; either may be empty.
  *
+ * Frames in front of the first key frame that has its parameter sets (SPS and PPS) are dropped, with result
+ * 0. Frames are collected and written in one piece at each key frame, at latest after 2 s or 1 MiB, and made
+ * durable at least every 5 s of their own time.
+ *
  * @param kind       KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER or KT_MP4_AUDIO
- * @param timestamp  ms; may step back or wrap
+ * @param timestamp  ms; may step back or wrap. Timestamps are given back exactly. Where they step back, for
+ *                   another reason than B frames, the duration goes on as if a frame's time had passed.
  * @return 0, or negative: bad argument, not H.264 or AAC, the file would pass 2 GiB - 1, an I/O error.
- *         The file stays whole and takes the next frame.
+ *         The frame is then refused; the file stays whole and takes the next frame. Collected frames that
+ *         could not be written are kept and tried again.
  */
 int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int len2,
                  unsigned int timestamp);
@@ -92,8 +110,8 @@ int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int
  *
  * @param capacity  size of buf in bytes
  * @return the frame's length (> 0), 0 at the end of the file (kind and timestamp untouched), negative on
- *         failure: the frame is larger than capacity (the position stays before it), a damaged file, an I/O
- * error
+ *         failure (kind and timestamp untouched): the frame is larger than capacity or an I/O error (the
+ *         position stays before it), a damaged frame (the next one follows), not open for reading
  */
 int kt_mp4_read(void* handle, int* kind, char* buf, int capacity, unsigned int* timestamp);
 
@@ -108,7 +126,8 @@ int kt_mp4_read(void* handle, int* kind, char* buf, int capacity, unsigned int* 
 int kt_mp4_seek_read(void* handle, unsigned int offset);
 
 /**
- * Describe a file. For one being written: what has been written so far, flushed or not.
+ * Describe a file. For one being written: what has been written so far, flushed or not. The duration never
+ * shrinks and is never negative, whatever the timestamps do.
  *
  * @return 0, or -1 with *info untouched (null argument)
  */
@@ -117,7 +136,7 @@ int kt_mp4_getinfo(void* handle, kt_mfile_info_t* info);
 /**
  * Make all frames written so far durable. Harmless on a file opened for reading.
  *
- * @return 0, or negative on an I/O error
+ * @return 0, or negative: null handle, an I/O error (the frames are kept and tried again)
  */
 int kt_mp4_flush(void* handle);
 

@@ -97,7 +97,7 @@ TEST(Damage, RandomDamageNeverCrashesHangsOrTakesMemory)
         save(path, bytes);
         EXPECT_LE(read_damaged(path), recorded.frames.size());
     }
-    struct rusage usage;
+    struct rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(usage.ru_maxrss, 64 * 1024); // KiB

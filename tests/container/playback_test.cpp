@@ -177,11 +177,12 @@ TEST(Playback, Mp4OfAnotherWriterPlays)
     Folder folder;
     const Frames frames = shoot();
     record(folder.file(), frames);
-    for (std::string layout : {"", "-movflags +faststart"}) {
-        std::string path = folder.file("other.mp4");
-        ASSERT_EQ(run("ffmpeg -v error -y -i " + folder.file() +
-                      " -c copy -bsf:v filter_units=remove_types=7-9 " + layout + " " + path),
-                  "");
+    const std::string path = folder.file("other.mp4");
+    std::string remux =
+        "ffmpeg -v error -y -i " + folder.file() + " -c copy -bsf:v filter_units=remove_types=7-9 ";
+    for (const char* layout : {"", "-movflags +faststart "}) {
+        remux += layout;
+        ASSERT_EQ(run(remux + path), "");
         Mp4 other(path, KT_MP4_READ);
         ASSERT_TRUE(other);
         kt_mfile_info_t info = other.info();
