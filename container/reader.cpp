@@ -91,7 +91,11 @@ Reader::Reader(Fd fd, bool info_only)
 
 bool Reader::load(const char* path)
 {
-    if (!m_source.refresh() || !(load_complete() || recover(path)))
+    if (!m_source.refresh())
+        return false;
+    if (m_source.size() == 0) // a recording that has not got a frame
+        return true;
+    if (!(load_complete() || recover(path)))
         return false;
     describe();
     return true;

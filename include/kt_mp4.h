@@ -69,6 +69,7 @@ typedef struct kt_mfile_info_t {
  * A recording that was interrupted opens with all that reached the file whole. If the file can be written and
  * nobody records into it, it is turned into a finished one on the way; nothing in it is overwritten. A file
  * that is being recorded opens with what was flushed; reading on at its end takes in what was flushed later.
+ * A file of 0 bytes opens as a recording without frames, all of its description 0.
  *
  * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
  * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.

@@ -39,7 +39,10 @@ TEST(Recording, NothingIsWrittenBeforeTheFirstKeyFrameWithItsParameterSets)
 
     EXPECT_EQ(Mp4(folder.file("empty.mp4"), KT_MP4_CREATE).close(), 0);
     EXPECT_EQ(load(folder.file("empty.mp4")), "");
-    EXPECT_FALSE(Mp4(folder.file("empty.mp4"), KT_MP4_PROBE));
+    Mp4 empty(folder.file("empty.mp4"), KT_MP4_READ);
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty.info().duration, 0);
+    EXPECT_EQ(empty.read_all(), Frames());
 }
 
 TEST(Recording, WhatIsNoH264OrAacIsRefused)
