@@ -64,6 +64,21 @@ TEST(Timestamps, ClockThatIsSetBackCostsNoFrame)
     }
 }
 
+TEST(Timestamps, TracksStayInStepWhenTheClockIsSetBackInAGapOfOneOfThem)
+{
+    Folder folder;
+    Frames frames;
+    for (const Frame& frame : shifted(shoot(), 120, 0u - 5000)) {
+        bool after_jump = frame.timestamp > 4294960000u;
+        if (frame.kind != KT_MP4_AUDIO || !after_jump || frame.timestamp > 4294967296u - 2500)
+            frames.push_back(frame);
+    }
+    record(folder.file(), frames);
+    std::string durations =
+        run("ffprobe -v error -of csv=p=0 -show_entries stream=duration " + folder.file());
+    EXPECT_NEAR(std::stod(durations.substr(durations.find('\n'))), 4.04, 0.06) << durations;
+}
+
 TEST(Timestamps, ErraticClockIsRestoredExactly)
 {
     Folder folder;
