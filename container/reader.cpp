@@ -227,11 +227,9 @@ int Reader::read(int& kind, char* buf, size_t capacity, uint32_t& timestamp)
         return failure;
     bool lies_in_file =
         cursor.offset() <= m_source.size() && cursor.size() <= m_source.size() - cursor.offset();
-    if (lies_in_file && !load_sample(cursor))
-        return failure;
     int length = 0;
     if (lies_in_file)
-        length = track == audio_track ? copy_audio(cursor, buf, capacity) : copy_video(cursor, buf, capacity);
+        length = track == audio_track ? read_audio(cursor, buf, capacity) : read_video(cursor, buf, capacity);
     if (length < 0)
         return failure;
     if (length > 0) {
@@ -250,9 +248,13 @@ bool Reader::load_sample(const TrackCursor& cursor)
     return m_source.read(cursor.offset(), m_sample.data(), cursor.size());
 }
 
-/** @return length in buf, 0 when the sample is damaged, negative when buf is too small */
-int Reader::copy_video(const TrackCursor& cursor, char* buf, size_t capacity)
+/** @return length in buf, 0: the sample is damaged, negative: it cannot be read, or buf is too small */
+int Reader::read_video(const TrackCursor& cursor, char* buf, size_t capacity)
 {
+    if (m_movie.recording && m_movie.nal_length_bytes() == sizeof start_code)
+        return read_own_video(cursor, reinterpret_cast<uint8_t*>(buf));
+    if (!load_sample(cursor))
+        return failure;
     const uint8_t* nal = nullptr;
     size_t size = 0;
     size_t total = 0;
@@ -278,7 +280,23 @@ int Reader::copy_video(const TrackCursor& cursor, char* buf, size_t capacity)
     return static_cast<int>(out - buf);
 }
 
-int Reader::copy_audio(const TrackCursor& cursor, char* buf, size_t capacity)
+/** The frame is read where it goes: a length takes as many bytes as the start code that replaces it. */
+int Reader::read_own_video(const TrackCursor& cursor, uint8_t* buf)
+{
+    if (!m_source.read(cursor.offset(), buf, cursor.size()))
+        return failure;
+    const uint8_t* nal = nullptr;
+    size_t size = 0;
+    NalWalk walk(buf, cursor.size(), sizeof start_code);
+    while (walk.next(nal, size)) {
+        if (size == 0)
+            return 0;
+        std::copy(std::begin(start_code), std::end(start_code), buf + (nal - buf) - sizeof start_code);
+    }
+    return walk.at_end() ? static_cast<int>(cursor.size()) : 0;
+}
+
+int Reader::read_audio(const TrackCursor& cursor, char* buf, size_t capacity)
 {
     AdtsHeader none;
     const std::vector<AdtsRun>& headers = m_movie.tables.exact.headers;
@@ -286,9 +304,11 @@ int Reader::copy_audio(const TrackCursor& cursor, char* buf, size_t capacity)
     const AdtsHeader& header = headers.empty() ? none : headers[m_header].header;
     if (cursor.size() + header.size > capacity)
         return failure;
+    auto* out = reinterpret_cast<uint8_t*>(buf);
+    if (!m_source.read(cursor.offset(), out + header.size, cursor.size()))
+        return failure;
     if (header.size > 0)
-        header.rebuild(cursor.size(), reinterpret_cast<uint8_t*>(buf));
-    std::copy_n(m_sample.data(), cursor.size(), buf + header.size);
+        header.rebuild(cursor.size(), out);
     return static_cast<int>(cursor.size() + header.size);
 }
 

@@ -46,8 +46,9 @@ private:
     int current_track();
     bool grow();
     bool load_sample(const TrackCursor& cursor);
-    int copy_video(const TrackCursor& cursor, char* buf, size_t capacity);
-    int copy_audio(const TrackCursor& cursor, char* buf, size_t capacity);
+    int read_video(const TrackCursor& cursor, char* buf, size_t capacity);
+    int read_own_video(const TrackCursor& cursor, uint8_t* buf);
+    int read_audio(const TrackCursor& cursor, char* buf, size_t capacity);
 
     Fd m_fd;
     bool m_info_only;
