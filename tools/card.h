@@ -1,0 +1,34 @@
+/** The card that a command works on. */
+#ifndef TOOLS_CARD_H
+#define TOOLS_CARD_H
+
+#include <string>
+
+/**
+ * A card, inserted for as long as the object lives, for this process alone. One at a time.
+ * The destructor unmounts it: searches, playbacks and recordings must be closed by then.
+ */
+class Card
+{
+public:
+    /** Insert the card. Throws Failure: no_card. */
+    explicit Card(const std::string& path);
+    ~Card();
+    Card(const Card&) = delete;
+    Card& operator=(const Card&) = delete;
+
+    /** Try to mount it, and wait until its catalogue is built. @return whether it is mounted */
+    bool try_mount();
+
+    /** As try_mount(). Throws Failure: not_formatted. */
+    void mount();
+
+    /** Where its files lie once it is mounted. */
+    std::string folder() const;
+
+private:
+    std::string m_path;
+    bool m_mounted = false;
+};
+
+#endif

@@ -1,0 +1,37 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "hostcard/hostcard.h"
+#include "tools/commands.h"
+#include "tools/size_text.h"
+
+void create_card(const Context& context, const std::string& size)
+{
+    // What card readers report for every card; the partition begins at the first multiple of it.
+    constexpr unsigned heads = 255;
+    constexpr unsigned sectors = 63;
+    constexpr unsigned long long useful_bytes = 512ULL << 20;
+
+    unsigned long long bytes = parse_size(size);
+    if (hostcard_create(context.card_path.c_str(), bytes, heads, sectors) != 0) {
+        if (errno == EEXIST || errno == ENOTEMPTY)
+            throw Failure(ExitCode::refused,
+                          "'" + context.card_path + "' exists and is not empty; name a new folder");
+        if (errno == EINVAL)
+            throw Failure(ExitCode::usage,
+                          "no card can have " + size_text(bytes) + "; choose a size like 8G");
+        throw Failure(ExitCode::failed,
+                      "cannot make a card at '" + context.card_path + "': " + std::strerror(errno));
+    }
+    if (bytes < useful_bytes)
+        std::fputs(
+            "ifsctl: this card is small: from 400 MiB free on downwards the oldest recordings are deleted, "
+            "and a new one needs 150 MiB\n",
+            stderr);
+    if (context.json)
+        context.results.write(nlohmann::json{{"card", context.card_path}, {"size_bytes", bytes}});
+    else
+        context.results.write("Made a blank card of " + size_text(bytes) + " at " + context.card_path +
+                              "; 'format' prepares it.\n");
+}

@@ -1,0 +1,209 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <functional>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "ifs.h"
+#include "tools/commands.h"
+#include "tools/interrupt.h"
+
+namespace
+{
+
+/** Files that one FAT directory holds: 65,536 entries of which a record file's name takes four. */
+constexpr unsigned max_recordings = 16383;
+
+constexpr const char* footer = R"(
+Times are written like 2026-03-05T10:00:00, local, or with a zone: 2026-03-05T10:00:00+01:00.
+Results go to standard output, everything else to standard error.
+
+Exit codes:
+    0  done
+    1  the system failed (reading, writing, memory)
+    2  wrong option, argument, time or size
+    3  no card at the path, or another process uses it
+    4  the card is not formatted
+    5  the card is full
+    6  the input, or the recordings, cannot be used: missing, damaged, not H.264 with AAC or no sound
+    7  no recording at that time
+    8  refused: answered no, or something of that name exists
+  130  interrupted; recordings were closed cleanly
+
+Example:
+  ifsctl --card card create --size 8G
+  ifsctl --card card format --yes
+  ifsctl --card card record camera.mp4 --segment 60 --start 2026-03-05T10:00
+  ifsctl --card card play --at 2026-03-05T10:01:30 | ffplay -)";
+
+struct Options {
+    std::string card_path;
+    bool json = false;
+    bool verbose = false;
+    std::string size;
+    bool yes = false;
+    RecordOptions record;
+    ListOptions list;
+    std::string month;
+    PlayOptions play;
+    ExportOptions clip;
+    std::function<ExitCode(const Context&)> command;
+};
+
+void define_card_commands(CLI::App& app, Options& options)
+{
+    CLI::App* create =
+        app.add_subcommand("create", "Make a virtual card: a folder that stands in for a card");
+    create->add_option("--size", options.size, "Its size, like 8G")->required();
+    create->callback([&options] {
+        options.command = [&options](const Context& context) {
+            create_card(context, options.size);
+            return ExitCode::ok;
+        };
+    });
+    CLI::App* format = app.add_subcommand("format", "Erase the card and prepare it for recordings");
+    format->add_flag("--yes", options.yes, "Do not ask");
+    format->callback([&options] {
+        options.command = [&options](const Context& context) {
+            format_card(context, options.yes);
+            return ExitCode::ok;
+        };
+    });
+    CLI::App* info = app.add_subcommand("info", "Describe the card");
+    info->callback([&options] {
+        options.command = [](const Context& context) {
+            show_info(context);
+            return ExitCode::ok;
+        };
+    });
+}
+
+void define_record(CLI::App& app, RecordOptions& options, Options& all)
+{
+    CLI::App* command = app.add_subcommand(
+        "record",
+        "Record a file or live stream (H.264, AAC or no sound); a full card loses its oldest recordings");
+    command->add_option("INPUT", options.input, "File or URL for the main stream")->required();
+    command->add_option("--sub-input", options.sub_input, "File or URL for the sub stream");
+    command->add_option("--start", options.start, "Time of the first frame (default: now)");
+    command->add_option("--segment", options.segment_s, "Length of a recording, seconds; cut at key frames")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    command->add_flag("--realtime", options.real_time, "Record as fast as the stream runs, not faster");
+    command->callback(
+        [&] { all.command = [&](const Context& context) { return record(context, options); }; });
+}
+
+void define_queries(CLI::App& app, Options& options)
+{
+    CLI::App* list = app.add_subcommand("list", "List recordings");
+    list->add_option("--from", options.list.from, "Leave out what ends before");
+    list->add_option("--to", options.list.to, "Leave out what starts after");
+    list->add_option("--stream", options.list.stream, "main or sub (default: both)");
+    list->callback([&options] {
+        options.command = [&options](const Context& context) {
+            list_recordings(context, options.list);
+            return ExitCode::ok;
+        };
+    });
+    CLI::App* calendar = app.add_subcommand("calendar", "Draw a month with the days that hold recordings");
+    calendar->add_option("MONTH", options.month, "Month, like 2026-03")->required();
+    calendar->callback([&options] {
+        options.command = [&options](const Context& context) {
+            show_calendar(context, options.month);
+            return ExitCode::ok;
+        };
+    });
+}
+
+void define_play(CLI::App& app, PlayOptions& options, Options& all)
+{
+    CLI::App* command = app.add_subcommand(
+        "play",
+        "Write the frames from a time on, H.264 Annex B from the key frame before it, or AAC in ADTS");
+    command->add_option("--at", options.at, "Time to play from")->required();
+    command->add_option("--stream", options.stream, "main or sub")->capture_default_str();
+    command->add_flag("--audio", options.audio, "The sound instead of the picture");
+    command
+        ->add_option("--duration", options.duration_s,
+                     "Seconds to play (default: all the footage that follows)")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--output", options.output, "File or named pipe, - for standard output")
+        ->capture_default_str();
+    command->callback([&] { all.command = [&](const Context& context) { return play(context, options); }; });
+}
+
+void define_export(CLI::App& app, ExportOptions& options, Options& all)
+{
+    CLI::App* command = app.add_subcommand("export", "Copy a time span into one MP4 file, across recordings");
+    command->add_option("--from", options.from, "Begin; the clip starts at the key frame before")->required();
+    command->add_option("--to", options.to, "End")->required();
+    command->add_option("--stream", options.stream, "main or sub")->capture_default_str();
+    command->add_option("FILE", options.file, "MP4 file to make")->required();
+    command->callback(
+        [&] { all.command = [&](const Context& context) { return export_clip(context, options); }; });
+}
+
+void define_command_line(CLI::App& app, Options& options)
+{
+    app.set_version_flag("--version", IFSCTL_VERSION);
+    app.add_option("--card", options.card_path, "Folder of the virtual card")->required();
+    app.add_flag("--json", options.json, "Results as JSON");
+    app.add_flag("-v,--verbose", options.verbose, "Show the library's own lines");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(footer);
+    define_card_commands(app, options);
+    define_record(app, options.record, options);
+    define_queries(app, options);
+    define_play(app, options.play, options);
+    define_export(app, options.clip, options);
+}
+
+ExitCode run(const Options& options)
+{
+    Results results(options.verbose);
+    watch_for_interrupt();
+    if (!options.verbose)
+        Ifsi_set_debug_level(0);
+    av_log_set_level(options.verbose ? AV_LOG_WARNING : AV_LOG_QUIET);
+    gFs_max_file_number = max_recordings;
+    return options.command(Context{options.card_path, options.json, results});
+}
+
+int run_command_line(int argc, char** argv)
+{
+    CLI::App app("Record, find, play and export on a card, the way a camera does.", "ifsctl");
+    Options options;
+    try {
+        define_command_line(app, options);
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        throw Failure(ExitCode::usage, std::string(error.what()) + "; see ifsctl --help");
+    }
+    return static_cast<int>(run(options));
+}
+
+int report(ExitCode code, const char* sentence)
+{
+    std::fprintf(stderr, "ifsctl: %s\n", sentence);
+    return static_cast<int>(code);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run_command_line(argc, argv);
+    } catch (const Failure& failure) {
+        return report(failure.code(), failure.what());
+    } catch (const std::exception& error) {
+        return report(ExitCode::failed, error.what());
+    }
+}

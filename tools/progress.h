@@ -1,0 +1,43 @@
+/** One line on standard error that tells how far a piece of work is. */
+#ifndef TOOLS_PROGRESS_H
+#define TOOLS_PROGRESS_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+/**
+ * The text of a progress line.
+ *
+ * @param done_ms,total_ms  stream time; a total of 0 means unknown, and leaves bar and remaining time out
+ * @param elapsed_ms        time since the work began, more than 0
+ */
+std::string progress_text(const std::string& label, int64_t done_ms, int64_t total_ms, int64_t elapsed_ms);
+
+/**
+ * Shows progress while it lives. Silent when standard error is no terminal and during the first second.
+ * Used by one thread.
+ */
+class Progress
+{
+public:
+    Progress(std::string label, int64_t total_ms);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    /** @param done_ms  stream time worked through so far */
+    void update(int64_t done_ms);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string m_label;
+    int64_t m_total_ms;
+    bool m_on_terminal;
+    bool m_shown = false;
+    Clock::time_point m_begin = Clock::now();
+    Clock::time_point m_next_show = m_begin + std::chrono::seconds(1);
+};
+
+#endif

@@ -1,0 +1,36 @@
+/** Standard output, kept for a command's results. */
+#ifndef TOOLS_RESULTS_H
+#define TOOLS_RESULTS_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+/**
+ * Takes standard output over. What the library prints there goes to standard error from then on, or nowhere.
+ */
+class Results
+{
+public:
+    /** @param verbose  show the library's lines. Throws Failure (failed) when the system is out of
+     * descriptors. */
+    explicit Results(bool verbose);
+    ~Results();
+    Results(const Results&) = delete;
+    Results& operator=(const Results&) = delete;
+
+    /** Write text as it is. Throws Failure (failed) when it cannot be written. */
+    void write(const std::string& text);
+    void write(const nlohmann::json& document);
+
+    /** The descriptor that standard output was. */
+    int fd() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+/** Write all bytes to a descriptor. Throws Failure: failed, interrupted. @param name  what the message calls
+ * it */
+void write_all(int fd, const void* data, size_t size, const std::string& name);
+
+#endif
