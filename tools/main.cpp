@@ -153,7 +153,7 @@ void define_command_line(CLI::App& app, Options& options)
     app.add_option("--card", options.card_path, "Folder of the virtual card")->required();
     app.add_flag("--json", options.json, "Results as JSON");
     app.add_flag("-v,--verbose", options.verbose, "Show the library's own lines");
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough();
     app.footer(footer);
     define_card_commands(app, options);
@@ -186,6 +186,8 @@ int run_command_line(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         throw Failure(ExitCode::usage, std::string(error.what()) + "; see ifsctl --help");
     }
+    if (!options.command)
+        throw Failure(ExitCode::usage, "no command is given; see ifsctl --help");
     return static_cast<int>(run(options));
 }
 
