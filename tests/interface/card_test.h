@@ -37,7 +37,7 @@ protected:
     /** Make a finished recording of the given length. @return its file's name */
     std::string Record(tm start, int seconds = 10, int stream = IFS_STREAM_MAIN);
 
-    /** What a search for the day finds: a line "start end stream size" each, the size only where asked. */
+    /** What a search finds, of the whole day unless a range is given. */
     std::vector<_ifs_rec_file_> Search(int stream, tm from = At(0, 0), tm to = At(23, 59, 59));
     /** Starts of the recordings found, "hh:mm:ss" each, blanks between. */
     std::string Starts(int stream);

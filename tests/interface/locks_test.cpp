@@ -131,11 +131,9 @@ TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
     };
     for (const unsigned held : {i, w, r}) {
         std::map<std::string, std::atomic<bool>> returned;
-        std::vector<std::thread> threads;
         for (const Call& call : calls) {
             returned[call.name] = false;
         }
-        // One at a time: a call that waits for one lock may hold another.
         for (const Call& call : calls) {
             Lock_of(held)->Tl_lock(nullptr);
             std::thread thread([&] {
@@ -179,7 +177,7 @@ TEST_F(Locks, AreTakenInOrder)
 TEST_F(Locks, PassFromTheMountToTheRebuildWorker)
 {
     hostcard_set_listing(nullptr);
-    // The worker stops at the read lock of a stdout that is held: it prints before it begins.
+    // The worker prints before it begins: while standard output is held here, it stands still.
     Ifsi_set_debug_level(IFS_DEBUG_TRACE);
     testing::internal::CaptureStdout();
     flockfile(stdout);
