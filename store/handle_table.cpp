@@ -1,5 +1,7 @@
 #include "store/handle_table.h"
 
+#include <cstddef>
+
 namespace
 {
 
@@ -8,7 +10,8 @@ constexpr int k_invalid_handle = -1;
 } // namespace
 
 CIfsHandle::CIfsHandle(int max_handle)
-    : m_max_handle(max_handle), m_last_handle(0), m_bitmap(new unsigned char[(max_handle + 8) / 8 * 8]())
+    : m_max_handle(max_handle), m_last_handle(0),
+      m_bitmap(new unsigned char[static_cast<size_t>(max_handle + 8) / 8 * 8]())
 {
 }
 

@@ -6,7 +6,7 @@
 #include "device/owned.h"
 #include "util/log.h"
 
-int Ifsdc_scan_directory(const char* dir, Scan_dir_callback callback, void* user)
+int Ifsdc_scan_directory(const char* dir, const Scan_dir_callback& callback, void* user)
 {
     if (dir == nullptr) {
         return 1;

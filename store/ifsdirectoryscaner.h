@@ -19,6 +19,6 @@ using Scan_dir_callback = boost::function<_scan_dir_operation_(const char*, cons
  * @param callback  must be set
  * @return 0, or 1: dir is null or cannot be opened (reported), or the callback answered SCAN_DIR_ERROR
  */
-int Ifsdc_scan_directory(const char* dir, Scan_dir_callback callback, void* user);
+int Ifsdc_scan_directory(const char* dir, const Scan_dir_callback& callback, void* user);
 
 #endif

@@ -55,8 +55,8 @@ void CIpcFileSystem::Sort_catalogue(_ifs_stream_type_ stream)
 void CIpcFileSystem::Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
-    table[fd] = file.get();
-    file.release();
+    CIpcRecFile*& place = table[fd];
+    place = file.release();
 }
 
 std::unique_ptr<CIpcRecFile> CIpcFileSystem::Remove_file(File_table& table, int fd)

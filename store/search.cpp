@@ -140,8 +140,8 @@ int CIpcFileSystem::Ifs_find_open(tm* start, tm* end, _ifs_stream_type_ stream)
         });
     search->cur_pos = matches.begin();
     const int number = static_cast<int>(matches.size());
-    m_searcher_table[handle.Get()] = search.get();
-    search.release();
+    _searcher_info_*& place = m_searcher_table[handle.Get()];
+    place = search.release();
     IFS_TRACE("start time:" IFS_TM_FORMAT ", end time:" IFS_TM_FORMAT ", stream type:%d, number:%d\n",
               IFS_TM_ARGS(*start), IFS_TM_ARGS(*end), static_cast<int>(stream), number);
     return handle.Keep();
