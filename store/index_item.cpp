@@ -6,37 +6,43 @@
 namespace
 {
 
-/* Offsets in an entry image. */
+/** A field and its offset in the image, all of them little-endian. */
+template <typename Record, typename Field>
+struct Placed {
+    int offset;
+    Field Record::*field;
+};
+
+/* Time image, 44 bytes; behind these fields the UTC offset and the zone word, which carries nothing. */
+constexpr Placed<tm, int> k_time_fields[] = {
+    {0, &tm::tm_sec},   {4, &tm::tm_min},   {8, &tm::tm_hour},  {12, &tm::tm_mday},  {16, &tm::tm_mon},
+    {20, &tm::tm_year}, {24, &tm::tm_wday}, {28, &tm::tm_yday}, {32, &tm::tm_isdst},
+};
+enum {
+    TIME_GMTOFF = 36,
+    TIME_ZONE = 40,
+};
+
+/* Entry image, 124 bytes: two time images, bytes, words. */
 enum {
     ITEM_START = 0,
     ITEM_END = 44,
-    ITEM_VIDEO_RES = 88,
-    ITEM_VIDEO_SYSTEM = 89,
-    ITEM_FRAME_RATE = 90,
     ITEM_RESERVED = 91,
     ITEM_STREAM_TYPE = 92,
-    ITEM_WIDTH = 96,
-    ITEM_HEIGHT = 100,
-    ITEM_HAVE_AUDIO = 104,
-    ITEM_AUDIO_PROFILE = 108,
-    ITEM_AUDIO_SAMPLE_RATE_INDEX = 112,
-    ITEM_AUDIO_CHANNEL_CONF = 116,
-    ITEM_FILE_SIZE = 120,
 };
-
-/* Offsets in a time image. */
-enum {
-    TIME_SEC = 0,
-    TIME_MIN = 4,
-    TIME_HOUR = 8,
-    TIME_MDAY = 12,
-    TIME_MON = 16,
-    TIME_YEAR = 20,
-    TIME_WDAY = 24,
-    TIME_YDAY = 28,
-    TIME_ISDST = 32,
-    TIME_GMTOFF = 36,
-    TIME_ZONE = 40,
+constexpr Placed<_ifs_rec_file_, unsigned char> k_byte_fields[] = {
+    {88, &_ifs_rec_file_::video_res},
+    {89, &_ifs_rec_file_::video_system},
+    {90, &_ifs_rec_file_::frame_rate},
+};
+constexpr Placed<_ifs_rec_file_, int> k_word_fields[] = {
+    {96, &_ifs_rec_file_::width},
+    {100, &_ifs_rec_file_::height},
+    {104, &_ifs_rec_file_::have_audio},
+    {108, &_ifs_rec_file_::audio_profile},
+    {112, &_ifs_rec_file_::audio_sample_rate_index},
+    {116, &_ifs_rec_file_::audio_channel_conf},
+    {120, &_ifs_rec_file_::file_size},
 };
 
 void Put_int(unsigned char* at, long value)
@@ -51,15 +57,9 @@ int Get_int(const unsigned char* at)
 
 void Put_time(unsigned char* at, const tm& t)
 {
-    Put_int(at + TIME_SEC, t.tm_sec);
-    Put_int(at + TIME_MIN, t.tm_min);
-    Put_int(at + TIME_HOUR, t.tm_hour);
-    Put_int(at + TIME_MDAY, t.tm_mday);
-    Put_int(at + TIME_MON, t.tm_mon);
-    Put_int(at + TIME_YEAR, t.tm_year);
-    Put_int(at + TIME_WDAY, t.tm_wday);
-    Put_int(at + TIME_YDAY, t.tm_yday);
-    Put_int(at + TIME_ISDST, t.tm_isdst);
+    for (const auto& placed : k_time_fields) {
+        Put_int(at + placed.offset, t.*placed.field);
+    }
     Put_int(at + TIME_GMTOFF, t.tm_gmtoff);
     Put_int(at + TIME_ZONE, 0);
 }
@@ -67,15 +67,9 @@ void Put_time(unsigned char* at, const tm& t)
 tm Get_time(const unsigned char* at)
 {
     tm t{};
-    t.tm_sec = Get_int(at + TIME_SEC);
-    t.tm_min = Get_int(at + TIME_MIN);
-    t.tm_hour = Get_int(at + TIME_HOUR);
-    t.tm_mday = Get_int(at + TIME_MDAY);
-    t.tm_mon = Get_int(at + TIME_MON);
-    t.tm_year = Get_int(at + TIME_YEAR);
-    t.tm_wday = Get_int(at + TIME_WDAY);
-    t.tm_yday = Get_int(at + TIME_YDAY);
-    t.tm_isdst = Get_int(at + TIME_ISDST);
+    for (const auto& placed : k_time_fields) {
+        t.*placed.field = Get_int(at + placed.offset);
+    }
     t.tm_gmtoff = Get_int(at + TIME_GMTOFF);
     return t;
 }
@@ -86,18 +80,14 @@ void Ifs_put_index_item(const _ifs_rec_file_& rec, unsigned char* image)
 {
     Put_time(image + ITEM_START, rec.start_tm);
     Put_time(image + ITEM_END, rec.end_tm);
-    image[ITEM_VIDEO_RES] = rec.video_res;
-    image[ITEM_VIDEO_SYSTEM] = rec.video_system;
-    image[ITEM_FRAME_RATE] = rec.frame_rate;
+    for (const auto& placed : k_byte_fields) {
+        image[placed.offset] = rec.*placed.field;
+    }
     image[ITEM_RESERVED] = 0;
     Put_int(image + ITEM_STREAM_TYPE, rec.stream_type);
-    Put_int(image + ITEM_WIDTH, rec.width);
-    Put_int(image + ITEM_HEIGHT, rec.height);
-    Put_int(image + ITEM_HAVE_AUDIO, rec.have_audio);
-    Put_int(image + ITEM_AUDIO_PROFILE, rec.audio_profile);
-    Put_int(image + ITEM_AUDIO_SAMPLE_RATE_INDEX, rec.audio_sample_rate_index);
-    Put_int(image + ITEM_AUDIO_CHANNEL_CONF, rec.audio_channel_conf);
-    Put_int(image + ITEM_FILE_SIZE, rec.file_size);
+    for (const auto& placed : k_word_fields) {
+        Put_int(image + placed.offset, rec.*placed.field);
+    }
 }
 
 _ifs_rec_file_ Ifs_get_index_item(const unsigned char* image)
@@ -105,16 +95,12 @@ _ifs_rec_file_ Ifs_get_index_item(const unsigned char* image)
     _ifs_rec_file_ rec{};
     rec.start_tm = Get_time(image + ITEM_START);
     rec.end_tm = Get_time(image + ITEM_END);
-    rec.video_res = image[ITEM_VIDEO_RES];
-    rec.video_system = image[ITEM_VIDEO_SYSTEM];
-    rec.frame_rate = image[ITEM_FRAME_RATE];
+    for (const auto& placed : k_byte_fields) {
+        rec.*placed.field = image[placed.offset];
+    }
     rec.stream_type = static_cast<_ifs_stream_type_>(Get_int(image + ITEM_STREAM_TYPE));
-    rec.width = Get_int(image + ITEM_WIDTH);
-    rec.height = Get_int(image + ITEM_HEIGHT);
-    rec.have_audio = Get_int(image + ITEM_HAVE_AUDIO);
-    rec.audio_profile = Get_int(image + ITEM_AUDIO_PROFILE);
-    rec.audio_sample_rate_index = Get_int(image + ITEM_AUDIO_SAMPLE_RATE_INDEX);
-    rec.audio_channel_conf = Get_int(image + ITEM_AUDIO_CHANNEL_CONF);
-    rec.file_size = Get_int(image + ITEM_FILE_SIZE);
+    for (const auto& placed : k_word_fields) {
+        rec.*placed.field = Get_int(image + placed.offset);
+    }
     return rec;
 }
