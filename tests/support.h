@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <ostream>
@@ -29,6 +30,24 @@ inline std::string Text(const tm& t)
              t.tm_hour, t.tm_min, t.tm_sec);
     return text;
 }
+
+/** The time zone of the process while the object lives; it is back to the machine's behind. */
+class Zone
+{
+public:
+    explicit Zone(const char* name)
+    {
+        setenv("TZ", name, 1);
+        tzset();
+    }
+    ~Zone()
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+    Zone(const Zone&) = delete;
+    Zone& operator=(const Zone&) = delete;
+};
 
 /** What action prints to standard output. */
 inline std::string Printed(const std::function<void()>& action)

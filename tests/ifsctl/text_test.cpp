@@ -1,7 +1,4 @@
-#include <cstdlib>
-#include <ctime>
-#include <gtest/gtest.h>
-
+#include "tests/support.h"
 #include "tools/adts.h"
 #include "tools/failure.h"
 #include "tools/progress.h"
@@ -10,22 +7,6 @@
 
 namespace
 {
-
-/** Sets the local time zone for a test. */
-class Zone
-{
-public:
-    explicit Zone(const char* name)
-    {
-        setenv("TZ", name, 1);
-        tzset();
-    }
-    ~Zone()
-    {
-        unsetenv("TZ");
-        tzset();
-    }
-};
 
 constexpr int64_t march_5_ten_utc_s = 1772704800;
 const char* const berlin = "CET-1CEST,M3.5.0,M10.5.0/3";

@@ -1,22 +1,10 @@
-#include <cstdlib>
-
 #include "tests/interface/card_test.h"
 
 class Calendar : public CardTest
 {
 protected:
-    void SetUp() override
-    {
-        CardTest::SetUp();
-        setenv("TZ", "<+08>-8", 1);
-        tzset();
-    }
-    void TearDown() override
-    {
-        CardTest::TearDown();
-        unsetenv("TZ");
-        tzset();
-    }
+    const Zone m_zone{"<+08>-8"};
+
     void Record_span(tm start, tm end)
     {
         const int fd = Create(start);

@@ -134,7 +134,8 @@ TEST_F(CardCalls, FindAMountPointByDirectoryOrDevice)
     fclose(file);
     EXPECT_NE(find_mount_point("/mnt/sd/", table.c_str()), nullptr);
     EXPECT_NE(find_mount_point("/dev/hd/sda1", table.c_str()), nullptr);
-    EXPECT_NE(find_mount_point("/", nullptr), nullptr);
+    EXPECT_NE(find_mount_point("/", table.c_str()), nullptr);
+    EXPECT_NE(find_mount_point("/proc/", nullptr), nullptr);
     EXPECT_EQ(find_mount_point("/mnt", table.c_str()), nullptr);
     EXPECT_EQ(find_mount_point(std::string(500, '/').c_str(), table.c_str()), nullptr);
     EXPECT_EQ(find_mount_point("/", "/nowhere"), nullptr);

@@ -1,27 +1,11 @@
 #include "util/calendar_time.h"
 
 #include <climits>
-#include <cstdlib>
 
 #include "tests/support.h"
 
 namespace
 {
-
-class Zone
-{
-public:
-    explicit Zone(const char* name)
-    {
-        setenv("TZ", name, 1);
-        tzset();
-    }
-    ~Zone()
-    {
-        unsetenv("TZ");
-        tzset();
-    }
-};
 
 long long Seconds(const tm& t)
 {
