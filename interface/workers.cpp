@@ -102,7 +102,8 @@ void* Overlap_thread(void*)
         const Held_locks held(LOCK_INTERFACE);
         const unsigned max_files = Load_shared(gFs_max_file_number);
         if (!Too_many_files(state, max_files)) {
-            if (pgIpc_file_system->Ifs_get_fs_size(nullptr, &state.free_bytes) != 0) {
+            if (Call_store([&] { return pgIpc_file_system->Ifs_get_fs_size(nullptr, &state.free_bytes); }) !=
+                0) {
                 IFS_ERROR("Ifs_get_fs_size Failed\n");
                 continue;
             }
