@@ -1,0 +1,201 @@
+#include "ifs_legacy.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+
+#include "tests/interface/card_test.h"
+
+class LegacyTest : public CardTest
+{
+protected:
+    /** A search of the whole day. */
+    int Open_search(int stream)
+    {
+        tm from = At(0, 0);
+        tm to = At(23, 59, 59);
+        return rec_find_open(&from, &to, 77, stream);
+    }
+};
+
+TEST_F(LegacyTest, FetchesSearchResultsIntoBothArraysAndNoFurther)
+{
+    Record(At(10, 0), 10, IFS_STREAM_SUB);
+    Record(At(11, 0), 10, IFS_STREAM_SUB);
+    const int search = Open_search(5);
+    ASSERT_GT(search, 0);
+    EXPECT_EQ(rec_find_getcounts(search), 2);
+
+    record records[3];
+    record_stat_t stats[3];
+    memset(records, 0x5A, sizeof records);
+    memset(stats, 0x5A, sizeof stats);
+    const std::string untouched(sizeof records + sizeof stats, 0x5A);
+    const auto bytes = [&](int from) {
+        return std::string(reinterpret_cast<char*>(records + from), sizeof(record) * (3 - from)) +
+               std::string(reinterpret_cast<char*>(stats + from), sizeof(record_stat_t) * (3 - from));
+    };
+    EXPECT_EQ(rec_find_next(search, records, stats, 0), -1);
+    EXPECT_EQ(rec_find_next(search, records, stats, -1), -1);
+    EXPECT_EQ(bytes(0), untouched);
+
+    EXPECT_EQ(rec_find_next(search, records, stats, 3), 2);
+    EXPECT_EQ(bytes(2), std::string(sizeof(record) + sizeof(record_stat_t), 0x5A));
+    EXPECT_EQ(Text(records[1].start_tm), "2019-10-12 11:00:00");
+    EXPECT_EQ(records[1].width, 320);
+    EXPECT_EQ(records[1].height, 240);
+    EXPECT_EQ(records[1].stream, 1);
+    EXPECT_EQ(Text(stats[0].start_tm), "2019-10-12 10:00:00");
+    EXPECT_EQ(Text(stats[0].end_tm), "2019-10-12 10:00:10");
+    EXPECT_EQ(stats[0].always_4, 4);
+    EXPECT_EQ(stats[0].file_kind, 1);
+    EXPECT_EQ(rec_find_next(search, records, stats, 1), 0);
+    EXPECT_EQ(rec_find_close(search), 0);
+}
+
+TEST_F(LegacyTest, AnArrayThatMemoryCannotHoldFetchesNothing)
+{
+    Record(At(10, 0));
+    const int search = Open_search(0);
+    record result;
+    record_stat_t stat;
+    rlimit unlimited;
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &unlimited), 0);
+    const rlimit gigabyte{1u << 30, unlimited.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &gigabyte), 0);
+    EXPECT_EQ(rec_find_next(search, &result, &stat, INT_MAX), -1);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &unlimited), 0);
+    EXPECT_EQ(rec_find_next(search, &result, &stat, 1), 1) << "the refused call must not have fetched it";
+    EXPECT_EQ(result.stream, 0);
+    EXPECT_EQ(rec_find_close(search), 0);
+}
+
+TEST_F(LegacyTest, PlaysBackByTime)
+{
+    const std::string name = Record(At(10, 0), 10, IFS_STREAM_SUB);
+    tm start = At(10, 0);
+    char path[128];
+    ASSERT_EQ(rec_get_file_name(&start, 1, path), 0);
+    EXPECT_EQ(path, m_files + "/" + name);
+    EXPECT_EQ(rec_get_file_name(&start, 0, path), -1);
+
+    const int fd = rec_open(77, &start, 1);
+    ASSERT_GT(fd, 0);
+    int out = 77;
+    EXPECT_EQ(rec_tseek(fd, static_cast<unsigned>(timegm(&start)) + 4, 77, &out), 0);
+    EXPECT_EQ(out, 0);
+    char frame[1024];
+    _ifs_frame_type_ type;
+    int time = 0;
+    EXPECT_GT(Ifsi_read_v2(fd, frame, sizeof frame, &type, &time), 0);
+    EXPECT_EQ(time, static_cast<int>(timegm(&start)) + 4);
+
+    record_info_t info;
+    memset(&info, 0x5A, sizeof info);
+    ASSERT_EQ(rec_stat(fd, &info), 0);
+    EXPECT_EQ(Text(info.start_tm), "2019-10-12 10:00:00");
+    EXPECT_EQ(info.always_2, 2);
+    EXPECT_EQ(info.file_size, static_cast<int64_t>(File(name).size()));
+    EXPECT_EQ(info.width, 320);
+    EXPECT_EQ(info.height, 240);
+    EXPECT_EQ(info.frame_rate, 25u);
+    EXPECT_EQ(info.stream, 1);
+    EXPECT_EQ(info.file_kind, 1);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(info.reserved_3), sizeof info.reserved_3),
+              std::string(sizeof info.reserved_3, '\0'));
+    EXPECT_EQ(rec_close(fd, nullptr), 0);
+
+    memset(&info, 0x5A, sizeof info);
+    EXPECT_EQ(rec_stat(fd, &info), -1);
+    EXPECT_EQ(info.reserved_1[0], 0x5A);
+    out = 77;
+    EXPECT_EQ(rec_tseek(fd, 0, 77, &out), -1);
+    EXPECT_EQ(out, 0);
+}
+
+TEST_F(LegacyTest, ItsCalendarCoversTheMainStream)
+{
+    Record(At(10, 0, 0, 12), 10, IFS_STREAM_MAIN);
+    Record(At(10, 0, 0, 14), 10, IFS_STREAM_SUB);
+    const Zone utc("UTC");
+    tm from = At(0, 0, 0, 1);
+    tm to = At(23, 59, 59, 31);
+    unsigned char days[31];
+    ASSERT_EQ(rec_get_calendar(&from, &to, days), 0);
+    EXPECT_EQ(days[11], 1);
+    EXPECT_EQ(days[13], 0);
+}
+
+TEST(RecTransfer, KeepsTheLowHalfOfASizeAndTheSignOfAFileSize)
+{
+    _ifs_rec_file_ entry{};
+    entry.width = 0x1A2B3;
+    entry.height = -1;
+    entry.frame_rate = 255;
+    entry.file_size = -5;
+    entry.stream_type = static_cast<_ifs_stream_type_>(9);
+    entry.audio_profile = 6;
+    entry.audio_sample_rate_index = 7;
+    entry.audio_channel_conf = 8;
+    record_info_t info;
+    gIfs_file_type = 1;
+    rec_transfer(&entry, &info);
+    EXPECT_EQ(info.width, 0xA2B3);
+    EXPECT_EQ(info.height, 0xFFFF);
+    EXPECT_EQ(info.frame_rate, 255u);
+    EXPECT_EQ(info.file_size, -5);
+    EXPECT_EQ(info.stream, 1);
+    EXPECT_EQ(info.file_kind, 2);
+
+    record_stat_t stat;
+    gIfs_file_type = 3;
+    rec_transfer(&entry, &stat);
+    EXPECT_EQ(stat.file_size, -5);
+    EXPECT_EQ(stat.audio_profile, 6);
+    EXPECT_EQ(stat.audio_sample_rate_index, 7);
+    EXPECT_EQ(stat.audio_channel_conf, 8);
+    EXPECT_EQ(stat.file_kind, 0);
+    gIfs_file_type = 0;
+}
+
+TEST_F(LegacyTest, ProbesForTheCardMountedOrNot)
+{
+    char device[12] = "untouched";
+    int count = 77;
+    hostcard_set_listing("sda1 mmcblk0");
+    EXPECT_EQ(fs_probe(device, &count), -1);
+    EXPECT_STREQ(device, "untouched");
+    EXPECT_EQ(count, 77);
+    hostcard_set_listing(nullptr);
+    EXPECT_EQ(fs_probe(device, &count), 0);
+    EXPECT_STREQ(device, "/dev/hd/sda");
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(fs_getgrp(), 3);
+    EXPECT_EQ(fs_earliest(), 0);
+}
+
+TEST(LegacyDeathTest, EveryPlaceholderEndsTheProcessUnderItsOwnName)
+{
+    const struct {
+        const char* name;
+        void (*call)();
+    } placeholders[] = {
+#define ENTRY(name) {#name, name},
+        IFS_LEGACY_REC_PLACEHOLDERS(ENTRY) IFS_LEGACY_FS_PLACEHOLDERS(ENTRY)
+#undef ENTRY
+    };
+    EXPECT_EQ(std::size(placeholders), 31u + 60u);
+    const auto end = [](void (*call)(), unsigned level) {
+        dup2(STDERR_FILENO, STDOUT_FILENO); // what a death test looks at
+        Ifsi_set_debug_level(level);
+        call();
+    };
+    for (const auto& [name, call] : placeholders) {
+        EXPECT_EXIT(end(call, IFS_DEBUG_LEGACY), testing::ExitedWithCode(1),
+                    std::string("^\\[func:") + name + "\\]\\[line:[0-9]+\\]You must give implement\n$");
+    }
+    EXPECT_EXIT(end(rec_init, 0), testing::ExitedWithCode(1), "^$");
+    EXPECT_EXIT(end(fs_format, ~static_cast<unsigned>(IFS_DEBUG_LEGACY)), testing::ExitedWithCode(1), "^$");
+}
