@@ -3,6 +3,7 @@
 #include <ifs.h>
 #include <pthread.h>
 #include <stdio.h>
+#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -73,7 +74,7 @@ static void list_stream(const char* name, _ifs_stream_type_ stream)
     while (Ifsi_find_next(search, 1, &found) == 1 && Ifsi_get_file_name(&found, path) == 0)
         printf("%s %02d:%02d:%02d to %02d:%02d:%02d, %d bytes, %s\n", name, found.start_tm.tm_hour,
                found.start_tm.tm_min, found.start_tm.tm_sec, found.end_tm.tm_hour, found.end_tm.tm_min,
-               found.end_tm.tm_sec, found.file_size, path);
+               found.end_tm.tm_sec, found.file_size, strrchr(path, '/') + 1);
     Ifsi_find_close(search);
 }
 

@@ -43,21 +43,29 @@ fi
 export LD_LIBRARY_PATH=$scratch/root/usr/lib PKG_CONFIG_PATH=$scratch/root/usr/lib/pkgconfig
 [ "$(root/usr/bin/ifsctl --version)" = "$version" ]
 
-example=root/usr/share/doc/ifs/host.c
-gcc "$example" -o with_pkg_config $(pkg-config --cflags --libs ifs hostcard kt_mp4)
-"$source/tests/example/host_test.sh" ./with_pkg_config
 for library in kt_mp4 hostcard; do
     echo 'int main(void) { return 0; }' |
         gcc -x c - -x none -Wl,--whole-archive $(pkg-config --libs "$library") -Wl,--no-whole-archive
 done
 
-mkdir host
-cat >host/CMakeLists.txt <<END
-cmake_minimum_required(VERSION 3.20)
-project(host LANGUAGES C)
-find_package(ifs ${version%.*} REQUIRED)
-add_executable(with_cmake ../$example)
-target_link_libraries(with_cmake ifs::ifs ifs::kt_mp4 ifs::hostcard)
-END
-{ cmake -S host -B built -DCMAKE_PREFIX_PATH="$scratch/root/usr" && cmake --build built; } >log 2>&1 || { cat log; exit 1; }
-"$source/tests/example/host_test.sh" built/with_cmake
+# block NAME: what docs/integration.md shows in the fenced block of that name.
+block() {
+    sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/!p}" "$source/docs/integration.md"
+}
+block c >camera.c
+diff "$source/examples/camera.c" camera.c
+diff root/usr/share/doc/ifs/camera.c camera.c
+
+block "sh build" >build.sh
+diff <(block "text listing") <(bash -euo pipefail build.sh | grep -v '^\[func\|^libifs')
+for recording in card/files/Rec_*.mp4; do
+    [ "$(ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 "$recording")" = 300 ]
+done
+
+mkdir with_cmake
+cp camera.c with_cmake
+block cmake >with_cmake/CMakeLists.txt
+{ cmake -S with_cmake -B with_cmake -DCMAKE_PREFIX_PATH="$scratch/root/usr" && cmake --build with_cmake; } >log 2>&1 ||
+    { cat log; exit 1; }
+rm -r card
+diff <(block "text listing") <(with_cmake/camera card | grep -v '^\[func\|^libifs')
