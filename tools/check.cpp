@@ -66,6 +66,9 @@ void take_recordings(const CardCheck& check, Report& report)
         const Inspection& inspection = file.inspection;
         (file.named.stream_type == IFS_STREAM_MAIN ? report.main_count : report.sub_count) += 1;
         report.frames += inspection.frames;
+        nlohmann::json damaged_or_null;
+        if (inspection.damaged_at_ms)
+            damaged_or_null = *inspection.damaged_at_ms;
         report.recordings.push_back({{"file", file.name},
                                      {"stream", stream_name(file.named.stream_type)},
                                      {"state", state_name(inspection.state)},
@@ -73,6 +76,7 @@ void take_recordings(const CardCheck& check, Report& report)
                                      {"torn_bytes", inspection.torn_bytes},
                                      {"frames", inspection.frames},
                                      {"duration_ms", inspection.info.duration},
+                                     {"damaged_at_ms", damaged_or_null},
                                      {"listed", file.entry != nullptr}});
     }
 }
@@ -173,7 +177,8 @@ With --json, one object:
                       mendable (by --repair), mended (by this run)
     recordings        of each record file, after a repair if there was one: file, stream (main or sub),
                       state (finished, interrupted, stub, empty or unreadable), size_bytes, torn_bytes (behind the
-                      last frame that plays), frames, duration_ms, listed (in an index)
+                      last frame that plays), frames, duration_ms, damaged_at_ms (the first frame that cannot be
+                      read; null: none), listed (in an index)
     record_files      their number
     max_record_files  the most that a card's folder holds)";
 }

@@ -269,9 +269,9 @@ void CardCheck::judge_file(const RecordFile& file, std::vector<Finding>& found) 
         }
         [[fallthrough]];
     case RecordingState::unreadable:
-        add(finding::unreadable,
-            std::string("no frame of it can be read") +
-                (listed ? ", though the index lists it" : ", the next mount deletes it"));
+        add(finding::unreadable, std::string("no frame of it can be read, ") +
+                                     (listed || inspection.described ? "though the library lists it"
+                                                                     : "the next mount deletes it"));
         break;
     }
     for (const Finding& one : inspection.frame_findings)

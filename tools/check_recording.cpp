@@ -114,25 +114,29 @@ const char* FrameWalk::fault_at(int track, const TrackCursor& cursor)
 void FrameWalk::walk(int track)
 {
     const ifs_mp4::Track& samples = m_movie.tables.tracks[track];
-    const uint32_t count = samples.count;
     uint32_t bad = 0;
     std::string first;
     uint64_t end = 0;
     TrackCursor cursor(samples, m_movie.tables.exact.anchors[track]);
-    for (; !cursor.at_end(); cursor.next()) {
-        const char* fault = fault_at(track, cursor);
-        m_ascending = m_ascending && cursor.offset() >= end;
-        end = cursor.offset() + cursor.size();
-        if (fault && bad++ == 0)
+    const auto count_bad = [&](uint32_t frames, const char* fault) {
+        if (bad == 0)
             first = "frame " + std::to_string(cursor.sample() + 1) + " at " +
                     seconds_text(cursor.show_time_ms()) + ": " + fault;
+        bad += frames;
+        m_inspection.damaged_at_ms =
+            std::min(m_inspection.damaged_at_ms.value_or(UINT64_MAX), cursor.show_time_ms());
+    };
+    for (; !cursor.at_end(); cursor.next()) {
+        if (const char* fault = fault_at(track, cursor))
+            count_bad(1, fault);
+        m_ascending = m_ascending && cursor.offset() >= end;
+        end = cursor.offset() + cursor.size();
     }
     m_inspection.frames += cursor.sample();
-    if (cursor.sample() < count && bad == 0)
-        first = "frame " + std::to_string(cursor.sample() + 1) + ": no place in the file is told for it";
-    bad += count - cursor.sample();
+    if (cursor.sample() < samples.count)
+        count_bad(samples.count - cursor.sample(), "no place in the file is told for it");
     if (bad > 0)
-        add(finding::frame_damaged, std::to_string(bad) + " of " + std::to_string(count) + " " +
+        add(finding::frame_damaged, std::to_string(bad) + " of " + std::to_string(samples.count) + " " +
                                         track_names[track] + " frames cannot be read, the first is " + first);
 }
 
@@ -177,11 +181,12 @@ bool begins_like_a_recording(Source& source)
     return found && std::equal(found, found + size, start.begin());
 }
 
-bool load_finished(Source& source, ParsedMovie& movie)
+/** @param info_only  as a mount reads it, its description alone */
+bool load_finished(Source& source, bool info_only, ParsedMovie& movie)
 {
     Box moov;
     return find_box(source, 0, source.size(), fourcc("moov"), moov) &&
-           parse_moov(source, moov, false, movie) && movie.complete;
+           parse_moov(source, moov, info_only, movie) && movie.complete;
 }
 
 /** Collect the fragments of a recording. @return where the last whole one ends, 0 without one */
@@ -213,7 +218,8 @@ void inspect_movie(Source& source, Inspection& inspection)
 {
     ParsedMovie movie;
     uint64_t fragments_end = 0;
-    if (load_finished(source, movie))
+    inspection.described = load_finished(source, true, movie);
+    if (load_finished(source, false, movie))
         inspection.state = RecordingState::finished;
     else if ((fragments_end = load_fragments(source, movie)) > 0)
         inspection.state = RecordingState::interrupted;
@@ -225,7 +231,8 @@ void inspect_movie(Source& source, Inspection& inspection)
     if (inspection.state == RecordingState::finished)
         return;
     look_behind(source, fragments_end, inspection);
-    if (!inspection.playable() && !inspection.footage_lost && begins_like_a_recording(source))
+    if (!inspection.playable() && !inspection.described && !inspection.footage_lost &&
+        begins_like_a_recording(source))
         inspection.state = RecordingState::stub;
 }
 

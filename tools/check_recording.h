@@ -3,6 +3,7 @@
 #define TOOLS_CHECK_RECORDING_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,8 @@ struct Inspection {
     uint64_t frames_end = 0; /**< offset behind the last frame of a recording of ours */
     uint64_t frames = 0;     /**< of both tracks */
     uint64_t torn_bytes = 0; /**< behind the last whole fragment of what was interrupted */
+    std::optional<uint64_t> damaged_at_ms; /**< time of the first frame that cannot be read */
+    bool described = false; /**< a mount takes it for sound, for it only reads the description */
     bool footage_lost =
         false; /**< whole fragments lie behind the damage, of more time than a power cut may cost */
     std::vector<Finding> frame_findings; /**< without the file's name */

@@ -87,11 +87,12 @@ def unfinished(data):
     return data[:32] + struct.pack(">I4sQ", 16, b"free", 0) + data[48:32 + size]
 
 
-def damage_a_picture():
-    data = bytearray(read(MAIN[1]))
-    first, = struct.unpack(">I", data[data.rindex(b"stco", 0, data.rindex(b"smhd")) + 12:][:4])
-    data[first:first + 4] = b"\xff\xff\xff\xff"
-    write(MAIN[1], data)
+def damage_a_picture(number=0):
+    places = run("ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pos", "-of", "csv=p=0",
+                 "bad/files/" + MAIN[1]).split()
+    place = int(places[number])
+    data = read(MAIN[1])
+    write(MAIN[1], data[:place] + b"\xff\xff\xff\xff" + data[place + 4:])
 
 
 def patch_table(box, offset, value, track_end=b"smhd"):
@@ -200,6 +201,18 @@ class Check(unittest.TestCase):
         check("--repair")
         self.assertEqual(len(packets("bad/files/" + MAIN[1], "v")), whole)
 
+    def test_a_frame_that_cannot_be_read_is_told_with_its_time(self):
+        copy_of("card", "bad")
+        damage_a_picture(30)
+        report = check()[1]
+        self.assertRegex(report["findings"][0]["message"], "^1 of 40 video frames cannot be read, the first is frame 31 at 3.0 s")
+        self.assertEqual([one["damaged_at_ms"] for one in report["recordings"] if one["file"] == MAIN[1]], [3000])
+
+        copy_of("card", "bad")
+        patch_table(b"stco", 12 + 4 * 3, 0x7fffffff)
+        self.assertIn("10 of 40 video frames cannot be read, the first is frame 31 at 3.0 s: it reaches past the end",
+                      check()[1]["findings"][0]["message"])
+
     def test_repair_keeps_the_entry_that_keeps_a_mount_from_deleting(self):
         copy_of("card", "bad")
         write(MAIN[1], b"no film" * 1000)
@@ -208,6 +221,17 @@ class Check(unittest.TestCase):
         self.assertEqual(check("--repair")[0], 9)
         must("list", card="bad")
         self.assertEqual(read(MAIN[1]), b"no film" * 1000)
+
+    def test_a_recording_that_only_looks_sound_to_a_mount_is_unreadable(self):
+        copy_of("card", "bad")
+        data = read(MAIN[1]).replace(b"moof", b"xxxx")
+        at = data.rindex(b"stsz", 0, data.rindex(b"smhd"))
+        write(MAIN[1], data[:at + 12] + b"\xff" + data[at + 13:])
+        os.remove("bad/files/" + INDEX)
+        report = check()[1]
+        self.assertEqual(codes(report), ["index-missing", "unreadable"])
+        self.assertIn("though the library lists it", str(report))
+        self.assertIn(MAIN[1], must("list", card="bad").decode())
 
     def test_an_entry_is_measured_by_its_file(self):
         for offset, value, told in ((92, 1, "stream 1"), (88, 0x0a0a, "resolution code 10"), (96, 1, "width 1"),
