@@ -155,21 +155,28 @@ void FrameWalk::check_order()
         add(finding::frame_order, "the order of picture and sound is not told for every frame");
 }
 
-/** Time of the last fragment that begins in a range, ms; 0 without one. */
-uint64_t last_fragment_ms(Source& source, uint64_t begin)
+/** Times of the fragments that begin behind an offset, ms; first is the larger one without any. */
+struct Times {
+    uint64_t first = UINT64_MAX;
+    uint64_t last = 0;
+};
+
+Times fragment_times(Source& source, uint64_t begin)
 {
     // moof, in it mfhd and the first traf, in that tfhd and tfdt, each at its place.
     constexpr size_t needed_bytes = 68;
-    uint64_t last_ms = 0;
+    Times times;
     for (; begin + needed_bytes <= source.size(); ++begin) {
         const uint8_t* at = source.at(begin, needed_bytes);
         if (!at)
-            return last_ms;
-        if (be32(at + 4) == fourcc("moof") && be32(at + 12) == fourcc("mfhd") &&
-            be32(at + 52) == fourcc("tfdt"))
-            last_ms = std::max(last_ms, be64(at + 60));
+            break;
+        if (be32(at + 4) != fourcc("moof") || be32(at + 12) != fourcc("mfhd") ||
+            be32(at + 52) != fourcc("tfdt"))
+            continue;
+        times.first = std::min(times.first, be64(at + 60));
+        times.last = std::max(times.last, be64(at + 60));
     }
-    return last_ms;
+    return times;
 }
 
 bool begins_like_a_recording(Source& source)
@@ -210,8 +217,9 @@ void look_behind(Source& source, uint64_t begin, Inspection& inspection)
     if (next_box(source, pos, source.size(), last) && last.type == fourcc("moov") && pos == source.size())
         return; // whole, it only is not shown yet
     inspection.torn_bytes = source.size() - begin;
-    inspection.footage_lost =
-        last_fragment_ms(source, begin) > static_cast<uint64_t>(inspection.info.duration) + power_cut_ms;
+    const Times times = fragment_times(source, begin);
+    const uint64_t played_ms = std::min(times.first, static_cast<uint64_t>(inspection.info.duration));
+    inspection.footage_lost = times.last > played_ms && times.last - played_ms > power_cut_ms;
 }
 
 void inspect_movie(Source& source, Inspection& inspection)
@@ -270,6 +278,7 @@ Inspection inspect_recording(const std::string& path)
 void finish_recording(const std::string& path)
 {
     std::string name = path;
-    if (void* file = kt_mp4_open(name.data(), 0, 0, 0, 0, 0, 0, KT_MP4_PROBE, 0, 0, 0))
+    // A mount's way of opening it would be content with a description, whatever the tables behind it are.
+    if (void* file = kt_mp4_open(name.data(), 0, 0, 0, 0, 0, 0, KT_MP4_READ, 0, 0, 0))
         kt_mp4_close(file);
 }

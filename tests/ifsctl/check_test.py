@@ -222,12 +222,19 @@ class Check(unittest.TestCase):
         must("list", card="bad")
         self.assertEqual(read(MAIN[1]), b"no film" * 1000)
 
-    def test_a_recording_that_only_looks_sound_to_a_mount_is_unreadable(self):
+    def test_a_recording_that_only_looks_sound_to_a_mount_is_named(self):
         copy_of("card", "bad")
-        data = read(MAIN[1]).replace(b"moof", b"xxxx")
-        at = data.rindex(b"stsz", 0, data.rindex(b"smhd"))
-        write(MAIN[1], data[:at + 12] + b"\xff" + data[at + 13:])
         os.remove("bad/files/" + INDEX)
+        patch_table(b"stsz", 12, 0xffffffff)
+        self.assertEqual(codes(check()[1]), ["index-missing", "interrupted"])
+        check("--repair")
+        self.assertEqual(codes(check()[1]), [])
+        self.assertEqual(packets("bad/files/" + MAIN[1], "v"), packets("card/files/" + MAIN[1], "v"))
+
+        copy_of("card", "bad")
+        os.remove("bad/files/" + INDEX)
+        patch_table(b"stsz", 12, 0xffffffff)
+        write(MAIN[1], read(MAIN[1]).replace(b"moof", b"xxxx"))
         report = check()[1]
         self.assertEqual(codes(report), ["index-missing", "unreadable"])
         self.assertIn("though the library lists it", str(report))
