@@ -9,7 +9,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <strings.h>
 
 #include "tools/failure.h"
@@ -165,8 +164,9 @@ std::string played_text(const Inspection& inspection)
 
 CardCheck::CardCheck(const std::string& folder) : m_folder(folder)
 {
-    for (const std::string& name : names_in(folder))
-        take_name(name);
+    const std::vector<std::string> names = names_in(folder);
+    for (const std::string& name : names)
+        take_name(name, names);
     Progress progress("Checking", static_cast<int64_t>(m_recordings.size()), piece_progress_text);
     int64_t done = 0;
     for (RecordFile& file : m_recordings) {
@@ -178,18 +178,25 @@ CardCheck::CardCheck(const std::string& folder) : m_folder(folder)
     read_indexes();
 }
 
-void CardCheck::take_name(const std::string& name)
+void CardCheck::take_name(const std::string& name, const std::vector<std::string>& names)
 {
     const std::optional<_ifs_rec_file_> named = parse_name(name);
-    if (named && file_name(*named) == name)
+    if (!named) {
+        if (looks_like_a_recording(name))
+            m_name_findings.push_back(
+                {&finding::near_name, name, "the library does not take it for a recording"});
+        return;
+    }
+    const std::string right_name = file_name(*named);
+    if (right_name == name) {
         m_recordings.push_back({name, *named, {}, nullptr});
-    else if (named)
-        m_name_findings.push_back(
-            {&finding::wrong_name, name,
-             "the library takes it for " + file_name(*named) + " and looks for that file"});
-    else if (looks_like_a_recording(name))
-        m_name_findings.push_back(
-            {&finding::near_name, name, "the library does not take it for a recording"});
+        return;
+    }
+    const bool twin = std::binary_search(names.begin(), names.end(), right_name);
+    m_name_findings.push_back(
+        {&finding::wrong_name, name,
+         "the library takes it for " + right_name +
+             (twin ? " and lists that twice" : ", does not find that, and the next mount deletes it")});
 }
 
 void CardCheck::read_indexes()

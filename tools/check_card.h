@@ -43,7 +43,7 @@ private:
     };
 
     std::string path_of(const std::string& name) const { return m_folder + "/" + name; }
-    void take_name(const std::string& name);
+    void take_name(const std::string& name, const std::vector<std::string>& names);
     void read_indexes();
     void match_entries(Stream& stream);
     const Stream& stream_of(const RecordFile& file) const { return m_streams[file.named.stream_type]; }

@@ -44,7 +44,7 @@ constexpr FindingKind no_key_frame = {"no-key-frame", true,
                                       "nothing mends it, it plays from its first key frame on"};
 constexpr FindingKind wrong_name = {
     "wrong-name", true, "a name that the library takes for that of a recording, with a wrong separator",
-    "rename it so, the next mount deletes it otherwise"};
+    "copy it off and give it a name of its own"};
 constexpr FindingKind interrupted = {"interrupted", false, "a recording that was not finished",
                                      "the library when it next opens it, or --repair, finishes it",
                                      "the recording was finished"};
