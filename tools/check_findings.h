@@ -20,7 +20,7 @@ struct FindingKind {
 namespace finding
 {
 
-#define IFS_INDEX_ADVICE "the next mount or --repair writes the index anew"
+constexpr const char* index_advice = "the next mount or --repair writes the index anew";
 
 constexpr FindingKind no_partition = {"no-partition", true,
                                       "the partition table describes no first partition",
@@ -52,7 +52,7 @@ constexpr FindingKind stub = {"stub", false,
                               "a recording that was cut short before its first frames were whole",
                               "the next mount deletes it"};
 constexpr FindingKind empty = {"empty", false, "a recording of 0 bytes, which never got a frame",
-                               "the next mount deletes it"};
+                               "it holds nothing, a mount deletes it unless the index lists it"};
 constexpr FindingKind near_name = {"near-name", false,
                                    "a name that looks like that of a recording and is none",
                                    "rename it like Rec_20260305_100000_061_M.mp4 to have it listed"};
@@ -61,26 +61,24 @@ constexpr FindingKind entry_differs = {
     "entry-differs", true, "an index entry that tells something else than its file",
     "--repair writes the entry anew, no mount does", "the entry was written anew"};
 constexpr FindingKind index_missing = {"index-missing", false,
-                                       "a stream with recordings and without an index", IFS_INDEX_ADVICE,
+                                       "a stream with recordings and without an index", index_advice,
                                        "the index was written"};
 constexpr FindingKind index_header = {"index-header", false, "an index that does not begin like one",
-                                      IFS_INDEX_ADVICE, "the index was written anew"};
-constexpr FindingKind index_torn = {"index-torn", false, "an index that ends amid an entry", IFS_INDEX_ADVICE,
+                                      index_advice, "the index was written anew"};
+constexpr FindingKind index_torn = {"index-torn", false, "an index that ends amid an entry", index_advice,
                                     "the index was written anew"};
 constexpr FindingKind index_item = {"index-item", false, "an index entry that does not begin like one",
-                                    IFS_INDEX_ADVICE, "the index was written anew"};
+                                    index_advice, "the index was written anew"};
 constexpr FindingKind index_order = {"index-order", false,
                                      "index entries that are not in the order of their start",
                                      "it does no harm, --repair sorts them", "the entries were sorted"};
 constexpr FindingKind index_duplicate = {"index-duplicate", false,
-                                         "a second index entry for the same recording", IFS_INDEX_ADVICE,
+                                         "a second index entry for the same recording", index_advice,
                                          "the second entry was dropped"};
-constexpr FindingKind no_entry = {"no-entry", false, "a recording that the index does not list",
-                                  IFS_INDEX_ADVICE, "the recording was entered"};
+constexpr FindingKind no_entry = {"no-entry", false, "a recording that the index does not list", index_advice,
+                                  "the recording was entered"};
 constexpr FindingKind no_file = {"no-file", false, "an index entry whose recording is not on the card",
-                                 IFS_INDEX_ADVICE, "the entry was dropped"};
-
-#undef IFS_INDEX_ADVICE
+                                 index_advice, "the entry was dropped"};
 
 /** All kinds, problems first. */
 constexpr const FindingKind* kinds[] = {
