@@ -15,10 +15,19 @@ from pathlib import Path
 
 from . import footage
 from .guest import TARGETS, Unavailable, guest
-from .machine import Failed, Machine
+from .image import copy_data
+from .machine import Failed, Machine, ide_card, sparse
 
-SCENARIOS = ["format", "main_job"]
+SCENARIOS = ["format", "main_job", "overlap", "remount", "directory_full", "faults"]
 LOG_TAIL = 25  # lines
+CARD_BYTES = 4 << 30
+PREPARE = """
+host format mount record 0 /data/tiny.frames /data/tiny.frames unmount
+mount -t vfat /dev/sda1 /card
+cp /card/Rec_*_M.mp4 /out/recording
+umount /card
+host format
+"""
 
 
 class Bench:
@@ -36,6 +45,23 @@ class Bench:
         self.boots += 1
         files = {**self.footage, **options.pop("files", {})}
         return Machine(self.guest, self.work / f"boot{self.boots}", card).run(script, files, **options)
+
+    def card(self, name):
+        """A 4 GiB card as the library formats it, empty."""
+        return copy_data(self.prepared() / "card.img", self.image(name), 0, CARD_BYTES)
+
+    def recording(self):
+        """The bytes of a recording of a second, finished by the library."""
+        return (self.prepared() / "boot/out/recording").read_bytes()
+
+    def prepared(self):
+        """What all scenarios of a target share, made at its first use."""
+        folder = self.work.parent / f"{self.guest.target.name}-prepared"
+        if not folder.exists():
+            folder.mkdir()
+            image = sparse(folder / "card.img", CARD_BYTES)
+            Machine(self.guest, folder / "boot", ide_card(image)).run(PREPARE, self.footage)
+        return folder
 
     def log_tail(self):
         logs = [self.work / f"boot{self.boots}" / name for name in ("out/library.log", "console.log")]

@@ -36,15 +36,39 @@ def write(path, seconds, size):
     video = encode(seconds, size, "-map", "0:v", "-c:v", "libx264", "-preset", "ultrafast", "-x264-params",
                    f"aud=1:keyint={RATE}:bframes=0:threads=1", "-pix_fmt", "yuv420p", "-f", "h264")
     audio = encode(seconds, size, "-map", "1:a", "-c:a", "aac", "-b:a", "48k", "-f", "adts")
-    frames = sorted([*video_frames(video), *audio_frames(audio)], key=lambda frame: frame[0])
+    save(path, sorted([*video_frames(video), *audio_frames(audio)], key=lambda frame: frame[0]))
+
+
+def save(path, frames):
     with open(path, "wb") as file:
         for pts_us, kind, data in frames:
             file.write(struct.pack("<iQI", kind, pts_us, len(data)) + data)
 
 
+def load(path):
+    data, at = path.read_bytes(), 0
+    while at < len(data):
+        kind, pts_us, length = struct.unpack_from("<iQI", data, at)
+        at += 16 + length
+        yield pts_us, kind, data[at - length:at]
+
+
+def fatten(source, target, size):
+    """Copy a frame list, its video frames blown up with filler NAL units to that size in all: few frames fill a card."""
+    frames = list(load(source))
+    each = size // sum(kind != AUDIO for _, kind, _ in frames)
+    save(target, [(pts_us, kind, data if kind == AUDIO else data + filler(each - len(data)))
+                  for pts_us, kind, data in frames])
+
+
+def filler(size):
+    return b"\0\0\0\1\x0c" + b"\xff" * (size - 6) + b"\x80" if size > 6 else b""
+
+
 def shoot(folder):
-    """A main and a sub stream of some seconds. Returns the files by their names in the guest."""
-    scenes = {"main.frames": "640x480", "sub.frames": "320x240"}
-    for name, size in scenes.items():
-        write(folder / name, SECONDS, size)
-    return {name: folder / name for name in scenes}
+    """Footage of some seconds: a main and a sub stream, one of 1 MiB, one of a few KiB. Returns the files by name."""
+    scenes = {"main.frames": (SECONDS, "640x480"), "sub.frames": (SECONDS, "320x240"), "tiny.frames": (1, "64x48")}
+    for name, scene in scenes.items():
+        write(folder / name, *scene)
+    fatten(folder / "sub.frames", folder / "fat.frames", 1 << 20)
+    return {name: folder / name for name in [*scenes, "fat.frames"]}
