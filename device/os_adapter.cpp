@@ -120,6 +120,12 @@ int Ifsod_remove_file(const char* path)
     return 0;
 }
 
+int Ifsod_sync_dir(const char* dir)
+{
+    const Owned_fd fd(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fd.valid() && fsync(fd.get()) == 0 ? 0 : -1;
+}
+
 int Ifsod_get_file_size(const char* file, int* size)
 {
     struct stat info {

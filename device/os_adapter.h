@@ -32,6 +32,9 @@ int Ifsod_lseek_file(int fd, int offset, int whence);
 /** remove(3). */
 int Ifsod_remove_file(const char* path);
 
+/** Make the names of a directory durable, removals included; reports nothing. */
+int Ifsod_sync_dir(const char* dir);
+
 /** Size of a file in bytes; *size is untouched on failure. */
 int Ifsod_get_file_size(const char* file, int* size);
 

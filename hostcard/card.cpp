@@ -11,8 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// This file calls open64() and the like, which are not interposed: its callers hold the lock that open()
-// takes.
+// This file calls open64() and the like. They are not interposed, so that its callers may hold the lock that
+// open() takes, and they serve files and folders whose numbers a 32-bit machine's plain calls refuse.
 
 namespace hostcard
 {
@@ -60,8 +60,8 @@ std::optional<std::string> below(const std::string& folder, const char* path)
 
 bool is_empty_folder(const std::string& path)
 {
-    struct dirent** entries = nullptr;
-    const int count = scandir(path.c_str(), &entries, nullptr, nullptr);
+    struct dirent64** entries = nullptr;
+    const int count = scandir64(path.c_str(), &entries, nullptr, nullptr);
     for (int i = 0; i < count; i++)
         free(entries[i]);
     free(entries);

@@ -4,8 +4,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits>
 #include <mutex>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -18,6 +21,9 @@
 #include "hostcard/device.h"
 #include "hostcard/next_call.h"
 #include "hostcard/script.h"
+
+// Files of the machine are asked about with the 64-bit calls: its file system may number them and their
+// places in a folder as no card's does, which makes the plain calls of a 32-bit machine fail.
 
 using namespace hostcard;
 
@@ -35,11 +41,11 @@ NextCall<off64_t(int, off64_t, int)> next_lseek64{"lseek64"};
 NextCall<int(int, off_t)> next_ftruncate{"ftruncate"};
 NextCall<int(int)> next_fsync{"fsync"};
 NextCall<int(int)> next_fdatasync{"fdatasync"};
-NextCall<int(int, struct stat*)> next_fstat{"fstat"};
-NextCall<int(const char*, struct stat*)> next_stat{"stat"};
+NextCall<int(int, struct stat64*)> next_fstat64{"fstat64"};
+NextCall<int(const char*, struct stat64*)> next_stat64{"stat64"};
 NextCall<int(const char*)> next_remove{"remove"};
 NextCall<DIR*(const char*)> next_opendir{"opendir"};
-NextCall<struct dirent*(DIR*)> next_readdir{"readdir"};
+NextCall<struct dirent64*(DIR*)> next_readdir64{"readdir64"};
 NextCall<int(DIR*)> next_closedir{"closedir"};
 NextCall<int(int, unsigned long, ...)> next_ioctl{"ioctl"};
 NextCall<int(const char*, const char*, const char*, unsigned long, const void*)> next_mount{"mount"};
@@ -82,6 +88,47 @@ std::uint64_t size_of(const char* path)
     struct stat64 status = {};
     return stat64(path, &status) == 0 && S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size)
                                                                  : 0;
+}
+
+/** Give a real file's description as the plain call does, its numbers cut where they must be. @return 0, or
+ * -1 when the file is too large for that call */
+int describe(const struct stat64& file, struct stat* status)
+{
+    if (file.st_size > std::numeric_limits<off_t>::max())
+        return refuse(EOVERFLOW);
+    *status = {};
+    status->st_dev = static_cast<decltype(status->st_dev)>(file.st_dev);
+    status->st_ino = static_cast<ino_t>(file.st_ino);
+    status->st_mode = file.st_mode;
+    status->st_nlink = file.st_nlink;
+    status->st_uid = file.st_uid;
+    status->st_gid = file.st_gid;
+    status->st_rdev = static_cast<decltype(status->st_rdev)>(file.st_rdev);
+    status->st_size = static_cast<off_t>(file.st_size);
+    status->st_blksize = file.st_blksize;
+    status->st_blocks = static_cast<blkcnt_t>(file.st_blocks);
+    status->st_atim = file.st_atim;
+    status->st_mtim = file.st_mtim;
+    status->st_ctim = file.st_ctim;
+    return 0;
+}
+
+/** Turn a real entry, in its place, into one as the plain call hands it out, its numbers cut where they must
+ * be.
+ */
+struct dirent* plain_entry(struct dirent64* entry)
+{
+    if (!entry)
+        return nullptr;
+    struct dirent plain = {};
+    plain.d_ino = static_cast<ino_t>(entry->d_ino);
+    plain.d_off = static_cast<off_t>(entry->d_off);
+    plain.d_reclen = entry->d_reclen;
+    plain.d_type = entry->d_type;
+    const size_t name_bytes = strlen(entry->d_name) + 1;
+    memcpy(plain.d_name, entry->d_name, name_bytes);
+    return static_cast<struct dirent*>(
+        memcpy(static_cast<void*>(entry), &plain, offsetof(struct dirent, d_name) + name_bytes));
 }
 
 int open_file(const char* path, int flags, mode_t mode)
@@ -347,11 +394,12 @@ int ftruncate(int fd, off_t length) noexcept
 int fstat(int fd, struct stat* status) noexcept
 {
     const Kind kind = kind_of(fd);
-    if (kind == Kind::None)
-        return next_fstat(fd, status);
     if (kind == Kind::Gone)
         return refuse(EIO);
-    if (fails(HOSTCARD_STAT) || next_fstat(fd, status) != 0)
+    if (kind != Kind::None && fails(HOSTCARD_STAT))
+        return -1;
+    struct stat64 file = {};
+    if (next_fstat64(fd, &file) != 0 || describe(file, status) != 0)
         return -1;
     if (is_device(kind))
         describe_device(place_of(kind), status);
@@ -361,14 +409,13 @@ int fstat(int fd, struct stat* status) noexcept
 int stat(const char* path, struct stat* status) noexcept
 {
     const PathCall call(path);
-    if (call.elsewhere())
-        return next_stat(path, status);
-    if (fails(HOSTCARD_STAT))
+    if (!call.elsewhere() && fails(HOSTCARD_STAT))
         return -1;
     if (call.missing())
         return refuse(ENOENT);
-    if (call.in_file_system())
-        return next_stat(path, status);
+    struct stat64 file = {};
+    if (call.elsewhere() || call.in_file_system())
+        return next_stat64(path, &file) == 0 ? describe(file, status) : -1;
     *status = {};
     describe_device(call.place, status);
     return 0;
@@ -407,7 +454,7 @@ DIR* opendir(const char* path)
 
 struct dirent* readdir(DIR* directory)
 {
-    return is_listing(directory) ? next_in_listing(directory) : next_readdir(directory);
+    return is_listing(directory) ? next_in_listing(directory) : plain_entry(next_readdir64(directory));
 }
 
 int closedir(DIR* directory)

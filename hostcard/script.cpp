@@ -33,7 +33,7 @@ Script& script()
     return *only;
 }
 
-std::atomic<double> sleep_share{1};
+std::atomic<float> sleep_share{1}; // not double, which a 32-bit machine cannot load in one piece
 hostcard::NextCall<unsigned(unsigned)> next_sleep{"sleep"};
 hostcard::NextCall<int(useconds_t)> next_usleep{"usleep"};
 
@@ -168,7 +168,7 @@ void hostcard_set_listing(const char* names)
 
 void hostcard_scale_sleep(double share)
 {
-    sleep_share = share > 0 ? share : 0;
+    sleep_share = share > 0 ? static_cast<float>(share) : 0;
 }
 
 extern "C" unsigned sleep(unsigned seconds)

@@ -1,9 +1,10 @@
 #include "hostcard/volume.h"
 
 #include <algorithm>
-#include <fts.h>
+#include <cstdlib>
+#include <dirent.h>
+#include <functional>
 #include <linux/magic.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,24 +13,25 @@ namespace
 
 constexpr long vfat_name_max = 1530;
 
-using Walk = std::unique_ptr<FTS, int (*)(FTS*)>;
+using Visit = std::function<void(const char* path, const struct stat64& status)>;
 
-// fts, because none of the calls inside it is interposed.
-Walk walk(const std::string& folder)
+/** Visit everything below a folder, a folder after what it holds. */
+void walk(const std::string& folder, const Visit& visit)
 {
-    std::string path = folder;
-    char* const paths[] = {path.data(), nullptr};
-    return Walk(fts_open(paths, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), fts_close);
-}
-
-/** Next entry below the folder that a walk began with; null at the end. A folder comes after what it holds.
- */
-FTSENT* next_entry(const Walk& walk)
-{
-    while (FTSENT* entry = walk ? fts_read(walk.get()) : nullptr)
-        if (entry->fts_level > 0 && entry->fts_info != FTS_D)
-            return entry;
-    return nullptr;
+    struct dirent64** entries = nullptr;
+    // Not interposed, nor are the calls that it makes. fts64_open() would read folders with 32-bit calls.
+    const int count = scandir64(folder.c_str(), &entries, nullptr, nullptr);
+    for (int i = 0; i < count; i++) {
+        const std::string name = entries[i]->d_name, path = std::string(folder).append("/").append(name);
+        free(entries[i]);
+        struct stat64 status = {};
+        if (name == "." || name == ".." || lstat64(path.c_str(), &status) != 0)
+            continue;
+        if (S_ISDIR(status.st_mode))
+            walk(path, visit);
+        visit(path.c_str(), status);
+    }
+    free(entries);
 }
 
 bool is_power_of_two(std::uint32_t value)
@@ -91,13 +93,12 @@ std::optional<Volume> fat32_volume(const std::uint8_t (&boot_record)[sector_byte
 std::uint64_t Volume::free_clusters(const std::string& folder) const
 {
     std::uint64_t used = 1; // the root directory's
-    const Walk files = walk(folder);
-    while (const FTSENT* entry = next_entry(files)) {
-        if (entry->fts_info == FTS_F)
-            used += clusters_for(static_cast<std::uint64_t>(entry->fts_statp->st_size));
-        else if (entry->fts_info == FTS_DP)
+    walk(folder, [&](const char*, const struct stat64& status) {
+        if (S_ISREG(status.st_mode))
+            used += clusters_for(static_cast<std::uint64_t>(status.st_size));
+        else if (S_ISDIR(status.st_mode))
             used++;
-    }
+    });
     return clusters - std::min<std::uint64_t>(used, clusters);
 }
 
@@ -116,13 +117,12 @@ struct statfs Volume::sizes(std::uint64_t free_clusters) const
 
 void empty_folder(const std::string& folder)
 {
-    const Walk files = walk(folder);
-    while (const FTSENT* entry = next_entry(files)) {
-        if (entry->fts_info == FTS_DP)
-            rmdir(entry->fts_accpath);
+    walk(folder, [](const char* path, const struct stat64& status) {
+        if (S_ISDIR(status.st_mode))
+            rmdir(path);
         else
-            unlink(entry->fts_accpath);
-    }
+            unlink(path);
+    });
 }
 
 } // namespace hostcard

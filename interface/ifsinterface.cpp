@@ -8,6 +8,11 @@
 #include "interface/workers.h"
 #include "util/log.h"
 
+// Applications for the camera were compiled with these sizes; other word sizes have their own struct tm.
+static_assert(sizeof(tm) != 44 || sizeof(_ifs_rec_file_) == 124);
+static_assert(sizeof(tm) != 44 || sizeof(_ifs_system_info_) == 40);
+static_assert(sizeof(kt_mfile_info_t) == 180);
+
 namespace
 {
 

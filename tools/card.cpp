@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <sys/mount.h>
 #include <thread>
 #include <unistd.h>
 
@@ -42,6 +43,8 @@ Card::~Card()
 {
     if (m_mounted && Ifsi_umount() != 0)
         std::fputs("ifsctl: the card could not be unmounted; what was recorded is on it\n", stderr);
+    if (m_files_mounted)
+        umount(hostcard_mount_point());
     hostcard_eject();
 }
 
@@ -59,6 +62,13 @@ void Card::mount()
         throw Failure(ExitCode::not_formatted,
                       "the card at '" + m_path +
                           "' holds no file system; format it with 'format', which erases it");
+}
+
+int Card::mount_files(bool read_only)
+{
+    unsigned long flags = MS_NOSUID | MS_NODEV | MS_NOATIME | (read_only ? MS_RDONLY : 0);
+    m_files_mounted = ::mount("/dev/hd/sda1", hostcard_mount_point(), "vfat", flags, nullptr) == 0;
+    return m_files_mounted ? 0 : errno;
 }
 
 std::string Card::folder() const

@@ -23,12 +23,20 @@ public:
     /** As try_mount(). Throws Failure: not_formatted. */
     void mount();
 
+    /**
+     * Mount its files without the library, which would mend the card and delete from it on the way.
+     *
+     * @return 0, or as mount(2): ENOENT (no first partition), EINVAL (no FAT32 file system on it), ...
+     */
+    int mount_files(bool read_only);
+
     /** Where its files lie once it is mounted. */
     std::string folder() const;
 
 private:
     std::string m_path;
     bool m_mounted = false;
+    bool m_files_mounted = false;
 };
 
 #endif

@@ -57,6 +57,12 @@ struct PlayOptions {
 /** @return ok or interrupted */
 ExitCode play(const Context& context, const PlayOptions& options);
 
+/** Tell what is wrong on the card. @param repair  mend what can be mended. @return ok, problem */
+ExitCode check_card(const Context& context, bool repair);
+
+/** What the command's help says about its findings and results. */
+std::string check_footer();
+
 struct ExportOptions {
     std::string from;
     std::string to;

@@ -16,6 +16,7 @@ enum class ExitCode : int {
     bad_media = 6,     /**< the input or the recordings cannot be used for this */
     nothing_found = 7, /**< no recording at that time */
     refused = 8,       /**< answered no, or it would overwrite something */
+    problem = 9,       /**< a check has found one */
     interrupted = 130  /**< stopped by a signal, after a clean close */
 };
 

@@ -10,12 +10,10 @@ extern "C" {
 #include "ifs.h"
 #include "tools/commands.h"
 #include "tools/interrupt.h"
+#include "tools/recordings.h"
 
 namespace
 {
-
-/** Files that one FAT directory holds: 65,536 entries of which a record file's name takes four. */
-constexpr unsigned max_recordings = 16383;
 
 constexpr const char* footer = R"(
 Times are written like 2026-03-05T10:00:00, local, or with a zone: 2026-03-05T10:00:00+01:00.
@@ -31,6 +29,7 @@ Exit codes:
     6  the input, or the recordings, cannot be used: missing, damaged, not H.264 with AAC or no sound
     7  no recording at that time
     8  refused: answered no, or something of that name exists
+    9  the check has found a problem
   130  interrupted; recordings were closed cleanly
 
 Example:
@@ -48,6 +47,7 @@ struct Options {
     RecordOptions record;
     ListOptions list;
     std::string month;
+    bool repair = false;
     PlayOptions play;
     ExportOptions clip;
     std::function<ExitCode(const Context&)> command;
@@ -147,6 +147,18 @@ void define_export(CLI::App& app, ExportOptions& options, Options& all)
         [&] { all.command = [&](const Context& context) { return export_clip(context, options); }; });
 }
 
+void define_check(CLI::App& app, Options& options)
+{
+    CLI::App* command =
+        app.add_subcommand("check", "Tell what is wrong on the card; changes nothing and deletes nothing");
+    command->add_flag("--repair", options.repair,
+                      "Mend what can be mended at no loss: finish recordings, write the index files anew");
+    command->footer(check_footer());
+    command->callback([&options] {
+        options.command = [&options](const Context& context) { return check_card(context, options.repair); };
+    });
+}
+
 void define_command_line(CLI::App& app, Options& options)
 {
     app.set_version_flag("--version", IFSCTL_VERSION);
@@ -161,6 +173,7 @@ void define_command_line(CLI::App& app, Options& options)
     define_queries(app, options);
     define_play(app, options.play, options);
     define_export(app, options.clip, options);
+    define_check(app, options);
 }
 
 ExitCode run(const Options& options)

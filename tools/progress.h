@@ -14,6 +14,9 @@
  */
 std::string progress_text(const std::string& label, int64_t done_ms, int64_t total_ms, int64_t elapsed_ms);
 
+/** As above for work that is counted in pieces, of which there is at least one. */
+std::string piece_progress_text(const std::string& label, int64_t done, int64_t total, int64_t elapsed_ms);
+
 /**
  * Shows progress while it lives. Silent when standard error is no terminal and during the first second.
  * Used by one thread.
@@ -21,18 +24,22 @@ std::string progress_text(const std::string& label, int64_t done_ms, int64_t tot
 class Progress
 {
 public:
-    Progress(std::string label, int64_t total_ms);
+    /** Makes the line's text, with the arguments of progress_text(). */
+    using Text = std::string (*)(const std::string&, int64_t, int64_t, int64_t);
+
+    Progress(std::string label, int64_t total_ms, Text text = progress_text);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /** @param done_ms  stream time worked through so far */
+    /** @param done_ms  stream time, or pieces, worked through so far */
     void update(int64_t done_ms);
 
 private:
     using Clock = std::chrono::steady_clock;
 
     std::string m_label;
+    Text m_text;
     int64_t m_total_ms;
     bool m_on_terminal;
     bool m_shown = false;

@@ -9,6 +9,9 @@
 
 #include "ifs.h"
 
+/** Files that one FAT directory holds: 65,536 entries of which a record file's name takes four. */
+constexpr unsigned max_recordings = 16383;
+
 /**
  * The recordings of a stream that overlap a time range, bounds included, in the order of their start.
  * Throws Failure (failed): not mounted.

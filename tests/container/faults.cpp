@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <utility>
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace
@@ -28,12 +27,12 @@ extern "C" ssize_t pwrite(int fd, const void* data, size_t size, off_t offset)
 {
     if (fails()) {
         if (size > 1)
-            syscall(SYS_pwrite64, fd, data, size / 2, offset);
+            pwrite64(fd, data, size / 2, offset);
         errno = ENOSPC;
         return -1;
     }
     calls.push_back(size);
-    return discarding ? static_cast<ssize_t>(size) : syscall(SYS_pwrite64, fd, data, size, offset);
+    return discarding ? static_cast<ssize_t>(size) : pwrite64(fd, data, size, offset);
 }
 
 extern "C" int fdatasync(int)

@@ -1,11 +1,11 @@
 #!/bin/bash
-# The example host finds what it recorded, and a player reads it. Usage: host_test.sh EXAMPLE_HOST
+# The example host finds what it recorded, and a player reads it. Usage: host_test.sh COMMAND...
 set -euo pipefail
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-output=$("$1" "$folder/card")
+output=$("$@" "$folder/card")
 grep -qx '16x16, 10 s' <<<"$output" || { echo "$output"; exit 1; }
 
 streams=$(ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,nb_read_frames \

@@ -103,6 +103,8 @@ TEST(ProgressLine, TellsShareSpeedAndRemainingTime)
     EXPECT_EQ(progress_text("Recording", 90000, 0, 90000), "Recording  0:01:30  1.0x real time");
     EXPECT_NE(progress_text("Playing", 200, 100, 1000).find("100%"), std::string::npos);
     EXPECT_NE(progress_text("Playing", 0, 100, 1000).find("? left"), std::string::npos);
+    EXPECT_EQ(piece_progress_text("Checking", 30, 40, 6000),
+              "Checking  [######################........]  75%  0:00:02 left");
 }
 
 } // namespace

@@ -75,6 +75,15 @@ TEST_F(Overlap, DeletesTheOldestOfBothStreamsWhileSpaceIsShort)
     EXPECT_NE(said.find("No file to remove\n"), std::string::npos);
 }
 
+TEST_F(Overlap, ADeletionIsDurableBeforeItsSpaceIsUsedAgain)
+{
+    Record(At(10, 0));
+    hostcard_set_free(0);
+    const unsigned syncs = hostcard_count(HOSTCARD_SYNC);
+    EXPECT_EQ(Run(), "0 0");
+    EXPECT_EQ(hostcard_count(HOSTCARD_SYNC), syncs + 1);
+}
+
 TEST_F(Overlap, NeverDeletesWhatIsPlayedOrWritten)
 {
     Record(At(9, 0));

@@ -1,0 +1,278 @@
+#!/usr/bin/python3
+"""Damages cards, lets ifsctl check and repair them, and asks the library what it makes of them.
+
+Usage: check_test.py IFSCTL
+"""
+
+import hashlib
+import json
+import os
+import struct
+import tempfile
+import unittest
+
+from ifsctl_test import START, ifsctl, make_input, must, new_card, packets, run
+
+MAIN = ["Rec_20260305_100000_000_M.mp4", "Rec_20260305_100004_000_M.mp4", "Rec_20260305_100008_000_M.mp4"]
+INDEX = "system_index_main"
+HEADER, ITEM = 15, 128
+PROBLEMS = {"no-partition", "no-file-system", "unreadable", "footage-lost", "frame-damaged", "frame-order", "no-key-frame",
+            "wrong-name", "entry-differs"}
+
+
+def setUpModule():
+    """A card with both streams that every test copies."""
+    folder = tempfile.TemporaryDirectory(prefix="ifsctl-check-test-")
+    unittest.addModuleCleanup(folder.cleanup)
+    os.chdir(folder.name)
+    os.environ["TZ"] = "UTC0"
+    make_input("main.mp4", "160x120")
+    new_card("card", "2G")
+    must("record", "main.mp4", "--sub-input", "main.mp4", "--start", START + "0", "--segment", "4")
+
+
+def copy_of(card, name):
+    run("rm", "-rf", name)
+    run("cp", "-a", card, name)
+    return name
+
+
+def content(card):
+    """Every file of a card with its time and bytes, the image's empty space left out."""
+    found = {}
+    for folder, _, names in os.walk(card):
+        for name in names:
+            path = os.path.join(folder, name)
+            with open(path, "rb") as file:
+                digest = hashlib.sha1(file.read(1 << 20)).hexdigest()
+            found[os.path.relpath(path, card)] = (os.stat(path).st_mtime_ns, os.stat(path).st_size, digest)
+    return found
+
+
+def read(name, card="bad"):
+    with open(f"{card}/files/{name}", "rb") as file:
+        return file.read()
+
+
+def write(name, data, card="bad"):
+    with open(f"{card}/files/{name}", "wb") as file:
+        file.write(data)
+
+
+def check(*arguments, card="bad"):
+    done = ifsctl("--json", "check", *arguments, card=card)
+    return done.returncode, json.loads(done.stdout)
+
+
+def codes(report, **wanted):
+    return sorted({one["code"] for one in report["findings"] if all(one[key] == value for key, value in wanted.items())})
+
+
+def items():
+    data = read(INDEX)
+    return [data[at:at + ITEM] for at in range(HEADER, len(data), ITEM)]
+
+
+def write_items(changed):
+    write(INDEX, b"system_index_v1" + b"".join(changed))
+
+
+def with_field(item, offset, value):
+    return item[:4 + offset] + struct.pack("<i", value) + item[4 + offset + 4:]
+
+
+def unfinished(data):
+    """A finished recording as it was before its close: without the last moov, its fragments not hidden."""
+    size, = struct.unpack(">Q", data[40:48])
+    return data[:32] + struct.pack(">I4sQ", 16, b"free", 0) + data[48:32 + size]
+
+
+def damage_a_picture(number=0):
+    places = run("ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pos", "-of", "csv=p=0",
+                 "bad/files/" + MAIN[1]).split()
+    place = int(places[number])
+    data = read(MAIN[1])
+    write(MAIN[1], data[:place] + b"\xff\xff\xff\xff" + data[place + 4:])
+
+
+def patch_table(box, offset, value, track_end=b"smhd"):
+    """Overwrite a field in the video track's last table of a kind, or in the sound's."""
+    data = read(MAIN[1])
+    at = data.rindex(box, 0, data.rindex(track_end)) + offset
+    write(MAIN[1], data[:at] + struct.pack(">I", value) + data[at + 4:])
+
+
+def interrupt(name, drop_entry=True, torn=0):
+    write(name, unfinished(read(name)) + b"\0" * torn)
+    if drop_entry:
+        write_items([item for at, item in enumerate(items()) if at != MAIN.index(name)])
+
+
+def lose_fragments():
+    """A recording of 18 s that was not finished, one byte of its second fragment lost."""
+    new_card("long", "1G")
+    run("ffmpeg", "-v", "error", "-y", "-stream_loop", "1", "-i", "main.mp4", "-c", "copy", "long.mp4")
+    must("record", "long.mp4", "--start", START + "0", "--segment", "60", card="long")
+    data = unfinished(read(MAIN[0], card="long"))
+    second = data.index(b"moof", data.index(b"moof") + 1)
+    write("Rec_20260305_110000_000_M.mp4", data[:second] + b"x" + data[second + 1:])
+
+
+DAMAGES = {
+    "unreadable": lambda: write("Rec_20260305_110000_000_M.mp4", b"no film" * 1000),
+    "footage-lost": lose_fragments,
+    "frame-damaged": damage_a_picture,
+    "frame-order": lambda: patch_table(b"stco", 12 + 4, 2000, track_end=b"uuid"),
+    "no-key-frame": lambda: patch_table(b"stss", 12, 2),
+    "wrong-name": lambda: write(MAIN[0].replace("_", "-").replace("10000", "11000"), read(MAIN[0])),
+    "entry-differs": lambda: write_items([with_field(items()[0], 120, 5)] + items()[1:]),
+    "interrupted": lambda: interrupt(MAIN[1]),
+    "stub": lambda: write("Rec_20260305_110000_000_M.mp4", unfinished(read(MAIN[0]))[:4000]),
+    "empty": lambda: write("Rec_20260305_110000_000_M.mp4", b""),
+    "near-name": lambda: write("rec_20260305_110000_000_M.MP4", read(MAIN[0])),
+    "index-missing": lambda: os.remove("bad/files/" + INDEX),
+    "index-header": lambda: write(INDEX, b"S" + read(INDEX)[1:]),
+    "index-torn": lambda: write(INDEX, read(INDEX)[:-20]),
+    "index-item": lambda: write_items([items()[0], b"item" + items()[1][4:], items()[2]]),
+    "index-order": lambda: write_items(reversed(items())),
+    "index-duplicate": lambda: write_items([items()[0]] + items()),
+    "no-entry": lambda: write_items(items()[1:]),
+    "no-file": lambda: os.remove("bad/files/" + MAIN[1]),
+}
+DELETED_BY_A_MOUNT = {"unreadable", "wrong-name", "stub", "empty"}
+NOT_MENDED_BY_A_MOUNT = {"entry-differs", "index-order"}
+NOT_MENDABLE = {"unreadable", "footage-lost", "frame-damaged", "frame-order", "no-key-frame", "wrong-name", "stub", "empty",
+                "near-name"}
+
+
+class Check(unittest.TestCase):
+    def test_a_clean_card_has_nothing_to_say(self):
+        before = content("card")
+        code, report = check(card="card")
+
+        self.assertEqual((code, report["findings"], report["problems"], report["record_files"]), (0, [], 0, 6))
+        self.assertEqual(content("card"), before)
+        for one in report["recordings"]:
+            path = "card/files/" + one["file"]
+            self.assertEqual(one["frames"], len(packets(path, "v")) + len(packets(path, "a")))
+            self.assertEqual((one["state"], one["listed"], one["size_bytes"]), ("finished", True, os.path.getsize(path)))
+
+    def test_every_damage_is_named_left_alone_and_mended_as_the_library_would(self):
+        for damage, inflict in DAMAGES.items():
+            with self.subTest(damage):
+                copy_of("card", "bad")
+                inflict()
+                before = content("bad")
+                exit_code, report = check()
+                self.assertEqual(codes(report), [damage])
+                self.assertEqual(codes(report, severity="problem"), [damage] if damage in PROBLEMS else [])
+                self.assertEqual(exit_code, 9 if damage in PROBLEMS else 0)
+                self.assertEqual(content("bad"), before)
+                self.repair_and_compare(damage, before)
+
+    def repair_and_compare(self, damage, before):
+        mounted = copy_of("bad", "mounted")
+        exit_code, report = check("--repair")
+        self.assertEqual(codes(report, mended=True), [] if damage in NOT_MENDABLE else [damage])
+        self.assertEqual(exit_code, 9 if damage in PROBLEMS & NOT_MENDABLE else 0)
+        self.assertEqual(codes(check()[1]), [damage] if damage in NOT_MENDABLE else [])
+        self.assertLessEqual(before.keys(), content("bad").keys())
+        repaired = read(INDEX)
+        if damage in NOT_MENDABLE:
+            self.assertEqual(content("bad"), before)
+
+        listed = must("--json", "list", card=mounted)
+        if damage not in NOT_MENDED_BY_A_MOUNT:
+            self.assertEqual(must("--json", "list", card="bad"), listed)
+            self.assertEqual(read(INDEX), read(INDEX, card=mounted))
+        if damage not in NOT_MENDABLE:
+            self.assertEqual(read(INDEX), repaired)
+        gone = before.keys() - content(mounted).keys()
+        self.assertEqual(len(gone), 1 if damage in DELETED_BY_A_MOUNT else 0)
+
+    def test_what_an_interrupted_recording_still_plays_is_told(self):
+        copy_of("card", "bad")
+        whole = len(packets("card/files/" + MAIN[1], "v"))
+        interrupt(MAIN[1], torn=777)
+        one = next(one for one in check()[1]["recordings"] if one["file"] == MAIN[1])
+        self.assertEqual((one["state"], one["torn_bytes"], one["listed"]), ("interrupted", 777, False))
+        self.assertAlmostEqual(one["duration_ms"], 4000, delta=100)
+
+        check("--repair")
+        self.assertEqual(len(packets("bad/files/" + MAIN[1], "v")), whole)
+
+    def test_a_frame_that_cannot_be_read_is_told_with_its_time(self):
+        copy_of("card", "bad")
+        damage_a_picture(30)
+        report = check()[1]
+        self.assertRegex(report["findings"][0]["message"], "^1 of 40 video frames cannot be read, the first is frame 31 at 3.0 s")
+        self.assertEqual([one["damaged_at_ms"] for one in report["recordings"] if one["file"] == MAIN[1]], [3000])
+
+        copy_of("card", "bad")
+        patch_table(b"stco", 12 + 4 * 3, 0x7fffffff)
+        self.assertIn("10 of 40 video frames cannot be read, the first is frame 31 at 3.0 s: it reaches past the end",
+                      check()[1]["findings"][0]["message"])
+
+    def test_repair_keeps_the_entry_that_keeps_a_mount_from_deleting(self):
+        copy_of("card", "bad")
+        write(MAIN[1], b"no film" * 1000)
+        write(INDEX, read(INDEX)[:-20])
+        self.assertEqual(codes(check()[1]), ["index-torn", "unreadable"])
+        self.assertEqual(check("--repair")[0], 9)
+        must("list", card="bad")
+        self.assertEqual(read(MAIN[1]), b"no film" * 1000)
+
+    def test_a_recording_that_only_looks_sound_to_a_mount_is_named(self):
+        copy_of("card", "bad")
+        os.remove("bad/files/" + INDEX)
+        patch_table(b"stsz", 12, 0xffffffff)
+        self.assertEqual(codes(check()[1]), ["index-missing", "interrupted"])
+        check("--repair")
+        self.assertEqual(codes(check()[1]), [])
+        self.assertEqual(packets("bad/files/" + MAIN[1], "v"), packets("card/files/" + MAIN[1], "v"))
+
+        copy_of("card", "bad")
+        os.remove("bad/files/" + INDEX)
+        patch_table(b"stsz", 12, 0xffffffff)
+        write(MAIN[1], read(MAIN[1]).replace(b"moof", b"xxxx"))
+        report = check()[1]
+        self.assertEqual(codes(report), ["index-missing", "unreadable"])
+        self.assertIn("though the library lists it", str(report))
+        self.assertIn(MAIN[1], must("list", card="bad").decode())
+
+    def test_an_entry_is_measured_by_its_file(self):
+        for offset, value, told in ((92, 1, "stream 1"), (88, 0x0a0a, "resolution code 10"), (96, 1, "width 1"),
+                                    (116, 7, "audio channels 7"), (44 + 4, 30, "end 2026-03-05T10:30:0")):
+            copy_of("card", "bad")
+            write_items([with_field(items()[0], offset, value)] + items()[1:])
+            report = check()[1]
+            self.assertEqual(codes(report), ["entry-differs"])
+            self.assertIn(told, report["findings"][0]["message"])
+        copy_of("card", "bad")
+        write(MAIN[0], b"")
+        self.assertEqual(codes(check()[1]), ["empty", "entry-differs"])
+
+    def test_a_card_that_no_kernel_mounts_is_named(self):
+        must("create", "--size", "1G", card="blank")
+        self.assertEqual((codes(check(card="blank")[1]), check(card="blank")[0]), (["no-partition"], 9))
+        copy_of("card", "bad")
+        with open("bad/card.img", "r+b") as image:
+            image.seek(63 * 512 + 510)
+            image.write(b"\0")
+        before = content("bad")
+        self.assertEqual((codes(check()[1]), check("--repair")[0]), (["no-file-system"], 9))
+        self.assertEqual(content("bad"), before)
+
+    def test_a_finding_is_a_line(self):
+        copy_of("card", "bad")
+        os.remove("bad/files/" + MAIN[0])
+        told = ifsctl("check", "--repair", card="bad").stdout.decode().splitlines()
+        self.assertRegex(told[0], f"^note no-file {INDEX}: it lists {MAIN[0]}, .* Mended: the entry was dropped.$")
+        frames = sum(one["frames"] for one in check()[1]["recordings"])
+        self.assertEqual(told[1:],
+                         [f"Recordings: 2 main, 3 sub, with {frames} frames; 5 of at most 16383 record files.",
+                          "Findings: 1, mended 1, problems left 0."])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,184 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "tools/card.h"
+#include "tools/check_card.h"
+#include "tools/commands.h"
+#include "tools/recordings.h"
+
+namespace
+{
+
+/** What a check has to tell. */
+struct Report {
+    std::vector<Finding> findings;
+    nlohmann::json recordings = nlohmann::json::array();
+    size_t main_count = 0;
+    size_t sub_count = 0;
+    uint64_t frames = 0;
+
+    size_t problems() const
+    {
+        return static_cast<size_t>(std::count_if(findings.begin(), findings.end(), [](const Finding& one) {
+            return one.kind->problem && !one.mended;
+        }));
+    }
+    size_t record_files() const { return main_count + sub_count; }
+};
+
+/** What the card as a device lacks. */
+FindingKind const& card_fault(int mount_error, const std::string& card_path)
+{
+    if (mount_error == ENOENT)
+        return finding::no_partition;
+    if (mount_error == EINVAL)
+        return finding::no_file_system;
+    throw Failure(ExitCode::failed,
+                  "the card at '" + card_path + "' cannot be mounted: " + strerror(mount_error));
+}
+
+bool is_among(const Finding& finding, const std::vector<Finding>& findings)
+{
+    return std::any_of(findings.begin(), findings.end(), [&finding](const Finding& other) {
+        return finding.kind == other.kind && finding.file == other.file;
+    });
+}
+
+/** Repair, and see by a second look what that has mended. @return what was mended, then what is left */
+std::vector<Finding> repair_card(CardCheck& check)
+{
+    std::vector<Finding> findings = check.findings();
+    check.repair();
+    const std::vector<Finding> left = check.findings();
+    findings.erase(std::remove_if(findings.begin(), findings.end(),
+                                  [&left](const Finding& one) { return is_among(one, left); }),
+                   findings.end());
+    for (Finding& one : findings)
+        one.mended = true;
+    findings.insert(findings.end(), left.begin(), left.end());
+    return findings;
+}
+
+void take_recordings(const CardCheck& check, Report& report)
+{
+    for (const RecordFile& file : check.recordings()) {
+        const Inspection& inspection = file.inspection;
+        (file.named.stream_type == IFS_STREAM_MAIN ? report.main_count : report.sub_count) += 1;
+        report.frames += inspection.frames;
+        nlohmann::json damaged_or_null;
+        if (inspection.damaged_at_ms)
+            damaged_or_null = *inspection.damaged_at_ms;
+        report.recordings.push_back({{"file", file.name},
+                                     {"stream", stream_name(file.named.stream_type)},
+                                     {"state", state_name(inspection.state)},
+                                     {"size_bytes", inspection.size},
+                                     {"torn_bytes", inspection.torn_bytes},
+                                     {"frames", inspection.frames},
+                                     {"duration_ms", inspection.info.duration},
+                                     {"damaged_at_ms", damaged_or_null},
+                                     {"listed", file.entry != nullptr}});
+    }
+}
+
+std::string message(const Finding& finding)
+{
+    return finding.sentence + "; " + finding.kind->advice;
+}
+
+const char* severity(const FindingKind& kind)
+{
+    return kind.problem ? "problem" : "note";
+}
+
+nlohmann::json report_json(const Context& context, const Report& report)
+{
+    nlohmann::json findings = nlohmann::json::array();
+    for (const Finding& finding : report.findings) {
+        nlohmann::json file_or_null;
+        if (!finding.file.empty())
+            file_or_null = finding.file;
+        findings.push_back({{"code", finding.kind->code},
+                            {"severity", severity(*finding.kind)},
+                            {"file", file_or_null},
+                            {"message", message(finding)},
+                            {"mendable", finding.kind->mended != nullptr},
+                            {"mended", finding.mended}});
+    }
+    return {{"card", context.card_path},
+            {"problems", report.problems()},
+            {"findings", findings},
+            {"recordings", report.recordings},
+            {"record_files", report.record_files()},
+            {"max_record_files", max_recordings}};
+}
+
+std::string report_text(const Report& report)
+{
+    std::string text;
+    for (const Finding& finding : report.findings) {
+        text += std::string(severity(*finding.kind)) + " " + finding.kind->code + " ";
+        text += (finding.file.empty() ? "card" : finding.file) + ": " + message(finding) + ".";
+        text += finding.mended && finding.kind->mended
+                    ? std::string(" Mended: ") + finding.kind->mended + ".\n"
+                    : "\n";
+    }
+    const auto mended = std::count_if(report.findings.begin(), report.findings.end(),
+                                      [](const Finding& finding) { return finding.mended; });
+    text += "Recordings: " + std::to_string(report.main_count) + " main, " +
+            std::to_string(report.sub_count) + " sub, with " + std::to_string(report.frames) + " frames; " +
+            std::to_string(report.record_files()) + " of at most " + std::to_string(max_recordings) +
+            " record files.\n";
+    return text + "Findings: " + std::to_string(report.findings.size()) + ", mended " +
+           std::to_string(mended) + ", problems left " + std::to_string(report.problems()) + ".\n";
+}
+
+} // namespace
+
+ExitCode check_card(const Context& context, bool repair)
+{
+    Report report;
+    Card card(context.card_path);
+    if (int error = card.mount_files(!repair)) {
+        report.findings.push_back({&card_fault(error, context.card_path), "", "it cannot be mounted"});
+    } else {
+        CardCheck check(card.folder());
+        report.findings = repair ? repair_card(check) : check.findings();
+        take_recordings(check, report);
+    }
+    if (context.json)
+        context.results.write(report_json(context, report));
+    else
+        context.results.write(report_text(report));
+    return report.problems() > 0 ? ExitCode::problem : ExitCode::ok;
+}
+
+std::string check_footer()
+{
+    std::string text = R"(
+Every finding is a line: its severity, its code, the file, what is so and what would mend it.
+A problem is a promise that does not hold. A note is normal after a power cut, or the next mount mends it at no loss.
+The check is done without the library, whose mount would change the card. With --repair, a line also tells what was
+done. Exit code 9 means that problems are left.
+
+)";
+    for (const FindingKind* kind : finding::kinds) {
+        std::string name = std::string(severity(*kind)) + " " + kind->code;
+        name.resize(24, ' ');
+        text += "    " + name + kind->meaning + (kind->mended ? " (*)\n" : "\n");
+    }
+    return text + R"(
+    (*) --repair mends it
+
+With --json, one object:
+    card              its path
+    problems          number of problems that are left
+    findings          of each: code, severity (problem or note), file (null: the card itself), message,
+                      mendable (by --repair), mended (by this run)
+    recordings        of each record file, after a repair if there was one: file, stream (main or sub),
+                      state (finished, interrupted, stub, empty or unreadable), size_bytes, torn_bytes (behind the
+                      last frame that plays), frames, duration_ms, damaged_at_ms (the first frame that cannot be
+                      read; null: none), listed (in an index)
+    record_files      their number
+    max_record_files  the most that a card's folder holds)";
+}
