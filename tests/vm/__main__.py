@@ -16,7 +16,7 @@ from pathlib import Path
 from . import footage
 from .guest import TARGETS, Unavailable, guest
 from .image import copy_data
-from .machine import Failed, Machine, ide_card, sparse
+from .machine import Failed, Machine, check, ide_card, sparse
 
 SCENARIOS = ["format", "main_job", "overlap", "remount", "directory_full", "faults"]
 LOG_TAIL = 25  # lines
@@ -40,11 +40,17 @@ class Bench:
     def image(self, name):
         return self.work / f"{name}.img"
 
-    def boot(self, script, card, **options):
-        """Machine.run() in a folder of its own, with the footage as /data/main.frames and /data/sub.frames."""
+    def boot(self, script, card, sound=True, **options):
+        """Machine.run() in a folder of its own, with the footage as files of /data.
+
+        Fails, too, when the kernel complains of the file system, unless the card is not to be sound.
+        """
         self.boots += 1
         files = {**self.footage, **options.pop("files", {})}
-        return Machine(self.guest, self.work / f"boot{self.boots}", card).run(script, files, **options)
+        run = Machine(self.guest, self.work / f"boot{self.boots}", card).run(script, files, **options)
+        complaints = [line for line in run.text("kernel.log").splitlines() if "FAT-fs" in line] if sound else []
+        check(not complaints, f"the kernel says: {complaints}")
+        return run
 
     def card(self, name):
         """A 4 GiB card as the library formats it, empty."""
@@ -98,13 +104,13 @@ def main():
     chosen = parser.parse_args()
     targets = list(TARGETS) if chosen.target == "all" else [chosen.target]
     scenarios = [chosen.scenario] if chosen.scenario else SCENARIOS
-    work = Path(tempfile.mkdtemp(prefix="ifs-vm-"))
     try:
         guests = [guest(target) for target in targets]
-        frames = footage.shoot(work)
     except Unavailable as reason:
         print(f"tests.vm: {reason}", file=sys.stderr)
         return 1
+    work = Path(tempfile.mkdtemp(prefix="ifs-vm-"))
+    frames = footage.shoot(work)
 
     def run_all(guest):
         return [run_scenario(name, guest, work, frames, chosen.long) for name in scenarios]

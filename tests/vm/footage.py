@@ -54,7 +54,7 @@ def load(path):
 
 
 def fatten(source, target, size):
-    """Copy a frame list, its video frames blown up with filler NAL units to that size in all: few frames fill a card."""
+    """Copy a frame list, its video frames blown up with filler NAL units to that size in all."""
     frames = list(load(source))
     each = size // sum(kind != AUDIO for _, kind, _ in frames)
     save(target, [(pts_us, kind, data if kind == AUDIO else data + filler(each - len(data)))

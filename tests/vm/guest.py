@@ -1,8 +1,8 @@
 """Guests: Debian's kernel and a base initramfs for each processor, fetched and built once.
 
 guest(name) returns a Guest whose kernel and base initramfs lie in the cache folder,
-${IFS_VM_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/ifs-vm}. What is missing is built under a temporary name and renamed when
-it is whole, so that an interrupted run leaves nothing half done.
+${IFS_VM_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/ifs-vm}. What is missing is built under a temporary name and renamed
+when it is whole, so that an interrupted run leaves nothing half done.
 """
 
 import glob
@@ -127,12 +127,13 @@ def fetch(target, work):
     (work / "lists/partial").mkdir(parents=True)
     options = [f"-oAPT::Architecture={target.architecture}", f"-oAPT::Architectures={target.architecture}",
                f"-oDir::State::Lists={work}/lists", "-oDir::State::status=/dev/null", "-oDir::Cache::pkgcache=",
-               "-oDir::Cache::srcpkgcache=", "-oAPT::Sandbox::User=root"]
+               "-oDir::Cache::srcpkgcache=", "-oAPT::Sandbox::User=root",
+               "-oAPT::Update::Error-Mode=any"]
 
     def run(*command):
         done = subprocess.run(command, cwd=work, capture_output=True, text=True)
         if done.returncode != 0:
-            reason = (done.stderr.strip().splitlines() or ["no reason given"])[-1]
+            reason = (done.stderr.strip().splitlines() or ["no reason given"])[0]
             raise Unavailable(f"Cannot get Debian's kernel for {target.name}: {command[0]}: {reason}")
         return done.stdout
 

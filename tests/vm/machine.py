@@ -3,10 +3,10 @@
     run = Machine(guest, work, card=ide_card(image)).run("host mount unmount", files={"main.frames": path}, seconds=120)
     run.results("mount")[0]["ready_ms"]
 
-The script is run by a shell with the functions of the file init beside this one; files lie in its /data, what it writes to
-its /out comes back in run.out, with library.log and kernel.log. Tests that need other drives pass their own -drive,
--blockdev and -device options as card; tests that act while the guest runs pass on_line, which gets each line of the
-console and the running Machine, for Machine.monitor() and Machine.cut_power().
+The script is run by a shell with the functions of the file init beside this one; files lie in its /data, what it
+writes to its /out comes back in run.out, with library.log and kernel.log. Tests that need other drives pass their own
+-drive, -blockdev and -device options as card; tests that act while the guest runs pass on_line, which gets each line of
+the console and the running Machine, for Machine.monitor() and Machine.cut_power().
 """
 
 import os

@@ -90,9 +90,9 @@ tm Utc(time_t seconds)
     return broken_down;
 }
 
-time_t Seconds(const std::string& text)
+unsigned Number(const std::string& text)
 {
-    return static_cast<time_t>(strtoll(text.c_str(), nullptr, 10));
+    return static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10));
 }
 
 _ifs_stream_type_ Stream(const std::string& text)
@@ -100,7 +100,7 @@ _ifs_stream_type_ Stream(const std::string& text)
     return text == "0" ? IFS_STREAM_MAIN : IFS_STREAM_SUB;
 }
 
-/** Frames of a file: each its type (4 bytes), time in us (8), length (4), all little-endian, and its bytes.
+/** Frames of a file, each its type (4 bytes), time in us (8), length (4), all little-endian, and its bytes.
  */
 Frames Load_frames(const std::string& path)
 {
@@ -142,11 +142,6 @@ int Write(int fd, Frames& frames, uint64_t later_us = 0, milliseconds pause = mi
 
 /* ---- Card ---- */
 
-bool Init(const Args&)
-{
-    return Ifsi_init() == 0;
-}
-
 bool Mount(const Args&)
 {
     const Clock::time_point begin = Clock::now();
@@ -168,11 +163,6 @@ bool Mount(const Args&)
     return true;
 }
 
-bool Unmount(const Args&)
-{
-    return Ifsi_umount() == 0;
-}
-
 bool Format(const Args&)
 {
     const Clock::time_point begin = Clock::now();
@@ -187,16 +177,6 @@ bool Info(const Args&)
     Ifsi_get_system_info(&info);
     Report("info have_card=%d formatted=%d dev_size=%llu total=%llu free=%llu full=%d", info.have_card,
            info.formatted, info.dev_size, info.fs_total_size, info.fs_free_size, Ifsi_is_full());
-    return true;
-}
-
-/** until-free BYTES: wait until the overlap has made room */
-bool Until_free(const Args& args)
-{
-    _ifs_system_info_ info{};
-    for (; info.fs_free_size < strtoull(args[0].c_str(), nullptr, 10); usleep(500000)) {
-        Ifsi_get_system_info(&info);
-    }
     return true;
 }
 
@@ -219,7 +199,7 @@ bool Record(const Args& args)
     const auto record = [&](_ifs_stream_type_ stream) {
         Frames frames = Load_frames(args[1 + stream]);
         count[stream] = frames.size();
-        const int fd = Create(Seconds(args[0]), stream);
+        const int fd = Create(Number(args[0]), stream);
         if (fd > 0) {
             refused[stream] = Write(fd, frames);
             Ifsi_close(fd, nullptr);
@@ -234,12 +214,11 @@ bool Record(const Args& args)
     return refused[0] == 0 && refused[1] == 0;
 }
 
-/** record-for MS START FRAMES: the frames again and again, 200 a second, refused ones too; fails without a
- * handle */
+/** record-for MS START FRAMES: the frames again and again, 200 a second, refused ones too */
 bool Record_for(const Args& args)
 {
     Frames frames = Load_frames(args[2]);
-    const int fd = Create(Seconds(args[1]), IFS_STREAM_MAIN);
+    const int fd = Create(Number(args[1]), IFS_STREAM_MAIN);
     Report("record-for fd=%d", fd);
     if (fd < 0) {
         return false;
@@ -247,7 +226,7 @@ bool Record_for(const Args& args)
     const Clock::time_point begin = Clock::now();
     int refused = 0;
     int rounds = 0;
-    for (; Elapsed_ms(begin) < Seconds(args[0]); ++rounds) {
+    for (; Elapsed_ms(begin) < Number(args[0]); ++rounds) {
         refused += Write(fd, frames, rounds * (frames.back().pts_us + 40000), milliseconds(5));
     }
     Ifsi_close(fd, nullptr);
@@ -262,14 +241,14 @@ bool Record_for(const Args& args)
 bool Fill(const Args& args)
 {
     Frames frames = Load_frames(args[3]);
-    const int count = atoi(args[0].c_str());
+    const int count = static_cast<int>(Number(args[0]));
     const Clock::time_point begin = Clock::now();
     int refused_creates = 0;
     int refused_frames = 0;
     long long slowest_create_ms = 0;
     for (int i = 0; i < count; ++i) {
         ++g_step_number; // the deadline is that of one recording
-        const time_t start = Seconds(args[1]) + i / 2 * Seconds(args[2]);
+        const time_t start = Number(args[1]) + i / 2 * Number(args[2]);
         const Clock::time_point create = Clock::now();
         int fd;
         while ((fd = Create(start, Stream(std::to_string(i % 2)))) < 0) {
@@ -294,15 +273,10 @@ bool Fill(const Args& args)
 /** open STREAM START: the playback that the steps read-on, read-for and close use */
 bool Open(const Args& args)
 {
-    g_playback_start = Seconds(args[1]);
+    g_playback_start = Number(args[1]);
     tm start = Utc(g_playback_start);
     g_playback = Ifsi_open_v2(&start, Stream(args[0]));
     return g_playback > 0;
-}
-
-bool Close(const Args&)
-{
-    return Ifsi_close(g_playback, nullptr) == 0;
 }
 
 /** read-on FRAMES: read to the end; each frame must be the one of the file, with its time */
@@ -339,7 +313,7 @@ bool Read_for(const Args& args)
     int failed = 0;
     int read = 0;
     Report("read-for fd=%d", g_playback);
-    for (const Clock::time_point begin = Clock::now(); Elapsed_ms(begin) < Seconds(args[0]); usleep(5000)) {
+    for (const Clock::time_point begin = Clock::now(); Elapsed_ms(begin) < Number(args[0]); usleep(5000)) {
         _ifs_frame_type_ type{};
         int time_s = 0;
         const int result = Ifsi_read_v2(g_playback, &buf[0], k_largest_frame, &type, &time_s);
@@ -360,7 +334,7 @@ bool Play(const Args& args)
         return false;
     }
     const bool same = Read_on({args[2]});
-    return Close(args) && same;
+    return Ifsi_close(g_playback, nullptr) == 0 && same;
 }
 
 /* ---- Queries ---- */
@@ -393,7 +367,7 @@ bool List(const Args& args)
 /** calendar STREAM TIME: the days of that time's month that hold recordings */
 bool Calendar(const Args& args)
 {
-    tm first = Utc(Seconds(args[1]));
+    tm first = Utc(Number(args[1]));
     first.tm_mday = 1;
     first.tm_hour = first.tm_min = first.tm_sec = 0;
     tm last = first;
@@ -415,12 +389,9 @@ struct Step {
 };
 
 const std::map<std::string, Step> k_steps = {
-    {"init", {0, Init}},
-    {"mount", {0, Mount}},
-    {"unmount", {0, Unmount}},
     {"format", {0, Format}},
+    {"mount", {0, Mount}},
     {"info", {0, Info}},
-    {"until-free", {1, Until_free}},
     {"count", {0, Count}},
     {"record", {3, Record}},
     {"record-for", {3, Record_for}},
@@ -428,25 +399,17 @@ const std::map<std::string, Step> k_steps = {
     {"open", {2, Open}},
     {"read-on", {1, Read_on}},
     {"read-for", {1, Read_for}},
-    {"seek",
-     {1,
-      [](const Args& args) { return Ifsi_tseek(g_playback, static_cast<unsigned>(Seconds(args[0]))) == 0; }}},
-    {"close", {0, Close}},
     {"play", {3, Play}},
     {"list", {2, List}},
     {"calendar", {2, Calendar}},
+    {"init", {0, [](const Args&) { return Ifsi_init() == 0; }}},
+    {"unmount", {0, [](const Args&) { return Ifsi_umount() == 0; }}},
+    {"close", {0, [](const Args&) { return Ifsi_close(g_playback, nullptr) == 0; }}},
+    {"seek", {1, [](const Args& args) { return Ifsi_tseek(g_playback, Number(args[0])) == 0; }}},
     {"overlap", {1, [](const Args& args) { return Ifsi_set_overlap(args[0] != "0") == 0; }}},
-    {"limit",
-     {1,
-      [](const Args& args) {
-          return (gFs_max_file_number = static_cast<unsigned>(Seconds(args[0]))), true;
-      }}},
-    {"debug",
-     {1,
-      [](const Args& args) { return Ifsi_set_debug_level(static_cast<unsigned>(Seconds(args[0]))), true; }}},
-    {"deadline", {1, [](const Args& args) { return (g_deadline_s = atoi(args[0].c_str())), true; }}},
-    {"sleep",
-     {1, [](const Args& args) { return usleep(1000 * static_cast<unsigned>(Seconds(args[0]))) == 0; }}},
+    {"limit", {1, [](const Args& args) { return (gFs_max_file_number = Number(args[0])) != 0; }}},
+    {"deadline",
+     {1, [](const Args& args) { return (g_deadline_s = static_cast<int>(Number(args[0]))) != 0; }}},
     {"sh", {1, [](const Args& args) { return system(args[0].c_str()) == 0; }}},
 };
 

@@ -12,6 +12,12 @@ INDEX_ENTRIES, RECORD_ENTRIES = 3, 4  # of a name of 16 or 17, and of 29 charact
 ROOM = 40  # recordings that still fit
 WORKERS = 20
 
+SCRIPT = """
+host deadline 6000 mount fill {room} {later} 60 /data/tiny.frames fails record-for 0 {before} /data/tiny.frames count \\
+    play 0 {later} /data/tiny.frames limit {limit} {init} fill {room} {last} 60 /data/tiny.frames sh 'sleep 3' \\
+    overlap 0 count list 0 /out/main.list list 1 /out/sub.list unmount mount unmount
+"""
+
 
 def fill_cheaply(card):
     """All but the room taken by empty files with names as long as they may be."""
@@ -37,12 +43,8 @@ def run(bench):
     card = Card(bench.card("card"))
     present = fill_with_recordings(bench, card) if bench.long else fill_cheaply(card)
     limit = len(present) + ROOM
-    fill = f"fill {ROOM} {{}} 60 /data/tiny.frames"
-    run = bench.boot(
-        f"host deadline 6000 mount {fill.format(LATER)} fails record-for 0 {START - 60} /data/tiny.frames count "
-        f"play 0 {LATER} /data/tiny.frames limit {limit} {'init ' * WORKERS} {fill.format(LATER + 86400)} sleep 3000 "
-        "overlap 0 count list 0 /out/main.list list 1 /out/sub.list unmount mount unmount", ide_card(card.path),
-        seconds=20000)
+    run = bench.boot(SCRIPT.format(init="init " * WORKERS, room=ROOM, limit=limit, before=START - 60, later=LATER,
+                                   last=LATER + 86400), ide_card(card.path), seconds=20000)
     log = run.text("library.log")
     refusals = re.findall(r"kt_mp4_open\(create\) Failed\(fn:/card/(.*?),", log)
     check(refusals and refusals[0] == record_name(START - 60, 0), "the refusal does not name the file")
@@ -54,9 +56,9 @@ def run(bench):
     deleted = re.findall(r"\[func:Ifs_overlap\].*remove file\((.*)\)", log)
     check(sorted(set(recorded) - set(deleted)) == kept, "the catalogue is not what was recorded")
     check(deleted and max(deleted) < min(kept), "the deleted recordings are not the oldest")
-    check([name for name in card.files() if name.startswith("Rec_")] == kept, "the directory differs from the catalogue")
+    check([name for name in card.files() if name.startswith("Rec_")] == kept, "the directory differs from it")
     mounted = run.results("mount")[-1]
     check((mounted["main"], mounted["sub"]) == (settled["main"], settled["sub"]), "a remount changes the catalogue")
     check(card.fsck() == [], f"fsck.fat says: {card.fsck()}")
-    return (f"full at {limit} recordings, the next one is refused and named; with that limit set {ROOM} more are recorded, "
-            f"{len(deleted)} deleted; a create took up to {run.results('fill')[0]['slowest_create_ms']} ms")
+    return (f"full at {limit} recordings, the next one is refused and named; with that limit set {ROOM} more are "
+            f"recorded, {len(deleted)} deleted; a create took up to {run.results('fill')[0]['slowest_create_ms']} ms")

@@ -1,4 +1,4 @@
-"""A card that fails, that cannot be written, that is pulled while it is in use: every call returns, and work goes on."""
+"""A card that fails, is read-only, or is pulled while in use: every call returns, and work goes on."""
 
 import time
 
@@ -14,13 +14,13 @@ def bad_sector(bench):
     """A sector fails while both streams are recorded over it: only the recording it belongs to suffers."""
     card = Card(bench.card("bad"))
     rules = bench.work / "blkdebug"
-    sector = card.sector_of(12) + 5
+    sector = card.sector_of(12) + 5  # of the only long recording
     rules.write_text(f'[inject-error]\nevent = "write_aio"\nerrno = "5"\nsector = "{sector}"\nonce = "off"\n')
     run = bench.boot(
-        f"host mount fails record {START} {FAT} {FAT} record {START + 60} {TINY} {TINY} unmount {DROP_CACHES} mount "
-        f"play 1 {START} {FAT} play 0 {START + 60} {TINY} play 1 {START + 60} {TINY} "
+        f"host mount fails record {START} {FAT} {TINY} record {START + 60} {TINY} {TINY} unmount {DROP_CACHES} mount "
+        f"play 1 {START} {TINY} play 0 {START + 60} {TINY} play 1 {START + 60} {TINY} "
         f"open 0 {START} read-for 3000 seek {START + 7} read-for 200 close unmount",
-        scsi_card(f"blkdebug:{rules}:{card.path}", "werror=report,rerror=report"), seconds=200)
+        scsi_card(f"blkdebug:{rules}:{card.path}", "werror=report,rerror=report"), sound=False, seconds=200)
     recorded = run.results("record")[0]
     check(recorded["refused_main"] > 0 == recorded["refused_sub"], f"the write error is not told: {recorded}")
     mounted = run.results("mount")[-1]
@@ -58,19 +58,22 @@ class Slot:
                             f"device_add scsi-hd,drive=slot{self.inserted},id=card{self.inserted}")
 
 
-def insert(name):
-    return f"sh 'echo INSERT {name} >/dev/console; sleep 1; until [ -b /dev/hd/sd?1 ]; do usleep 100000; done'"
+INSERT = "sh 'echo INSERT {} >/dev/console; sleep 1; until [ -b /dev/hd/sd?1 ]; do usleep 100000; done'"
+PULLED = """
+host mount record {start} {main} {tiny} record-for 6000 {cut_off} {main} count fails record-for 0 {refused} {main} \\
+    unmount info fails mount {insert_other} mount record {start} {fat} {tiny} {drop} open 0 {start} \\
+    read-for 6000 {insert_first} close unmount mount play 0 {start} {main} play 1 {start} {tiny} \\
+    open 0 {cut_off} read-for 200 close record {last} {main} {tiny} unmount
+"""
 
 
 def pulled(bench):
     """The first card goes while it is recorded on, another one while it is played; then the first one comes back."""
     first, other = bench.card("first"), bench.card("other")
-    run = bench.boot(
-        f"host mount record {START} {MAIN} {TINY} record-for 6000 {START + 60} {MAIN} count fails record-for 0 {START + 120} {MAIN} "
-        f"unmount info fails mount {insert('other')} mount count record {START} {FAT} {TINY} {DROP_CACHES} open 0 {START} "
-        f"read-for 6000 {insert('first')} close unmount mount count play 0 {START} {MAIN} play 1 {START} {TINY} "
-        f"open 0 {START + 60} read-for 200 close record {START + 180} {MAIN} {TINY} unmount",
-        scsi_card(first), on_line=Slot({"first": first, "other": other}), seconds=200)
+    script = PULLED.format(main=MAIN, tiny=TINY, fat=FAT, drop=DROP_CACHES, start=START, cut_off=START + 60,
+                           refused=START + 120, last=START + 180, insert_other=INSERT.format("other"),
+                           insert_first=INSERT.format("first"))
+    run = bench.boot(script, scsi_card(first), sound=False, on_line=Slot({"first": first, "other": other}), seconds=200)
     recorded = [result for result in run.results("record-for") if "frames" in result][0]
     check(recorded["refused"] > 0, f"no write failed on a card that was gone: {recorded}")
     check([result["have_card"] for result in run.results("info")] == [0], "a card that is gone is still seen")
@@ -80,8 +83,8 @@ def pulled(bench):
     for name in (record_name(START, 0), record_name(START + 60, 0), record_name(START + 180, 0)):
         said = decode(Card(first).copy_out(name, bench.work / "files"))
         check(said == "", f"ffmpeg says of {name}: {said}")
-    return (f"pulled: {recorded['refused']} of {recorded['frames']} writes and {played['failed']} reads failed, the other "
-            f"card works, the first one again with all of its recordings")
+    return (f"pulled: {recorded['refused']} of {recorded['frames']} writes and {played['failed']} reads failed, the "
+            f"other card works, the first one again with all of its recordings")
 
 
 def run(bench):

@@ -10,6 +10,16 @@ ROOM = 512 << 20  # left by what else is on the card
 FREE_LIMIT = 400 << 20
 REWRITE_EVERY = 100
 
+SCRIPT = """
+cat >/bin/wait_for_room <<'END'
+until [ $(df -k /card | awk 'END {{ print $4 }}') -ge {free_kib} ]; do sleep 1; done
+END
+chmod +x /bin/wait_for_room
+host {init} mount fill 40 {start} 60 /data/fat.frames open 0 {start} fill {count} {later} 60 /data/fat.frames \\
+    sh wait_for_room overlap 0 info read-on /data/fat.frames close list 0 /out/main.list list 1 /out/sub.list \\
+    sh 'cp /card/system_index_* /out' unmount mount list 0 /out/main.again list 1 /out/sub.again unmount
+"""
+
 
 def deletions(log):
     """Names of the files that the overlap removed, in order."""
@@ -33,12 +43,11 @@ def run(bench):
     workers = 10 if bench.long else 20  # each deletes a recording a second
     card = Card(bench.card("card"))
     Filler(card).add([("ballast", card.sectors * SECTOR - ROOM)])
-    run = bench.boot(
-        f"host {'init ' * workers} mount fill 40 {START} 60 /data/fat.frames open 0 {START} "
-        f"fill {count - 40} {START + 20 * 60} 60 /data/fat.frames until-free {FREE_LIMIT} overlap 0 info read-on /data/fat.frames close "
-        "list 0 /out/main.list list 1 /out/sub.list sh 'cp /card/system_index_* /out' "
-        "unmount mount list 0 /out/main.again list 1 /out/sub.again unmount", ide_card(card.path), seconds=3000)
-    lists = {stream: [line.split()[0] for line in run.text(f"{stream}.list").splitlines()] for stream in ("main", "sub")}
+    script = SCRIPT.format(init="init " * workers, start=START, later=START + 20 * 60, count=count - 40,
+                           free_kib=FREE_LIMIT >> 10)
+    run = bench.boot(script, ide_card(card.path), seconds=3000)
+    lists = {stream: [line.split()[0] for line in run.text(f"{stream}.list").splitlines()]
+             for stream in ("main", "sub")}
     removed = {stream: judge_index(run, stream, names) for stream, names in lists.items()}
 
     everything = {record_name(START + 60 * (number // 2), number % 2) for number in range(count)}
