@@ -73,7 +73,11 @@ bool Source::refresh()
 {
     struct stat status = {};
     m_window_size = 0;
-    if (fstat(m_fd, &status) != 0 || !S_ISREG(status.st_mode))
+    if (fstat(m_fd, &status) != 0) {
+        m_failed = true;
+        return false;
+    }
+    if (!S_ISREG(status.st_mode))
         return false;
     m_size = static_cast<uint64_t>(status.st_size);
     return true;

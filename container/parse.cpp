@@ -458,6 +458,22 @@ bool parse_traf(Source& source, const Box& traf, Fragment& fragment)
     return parse_run(source, trun, track == video_track, fragment.samples[track], decode_time);
 }
 
+template <class Entry>
+bool lie_within(const std::vector<Entry>& ascending, const std::vector<Sample>& samples)
+{
+    return ascending.empty() || ascending.back().sample < samples.size();
+}
+
+/** Whether what a fragment says beside its samples is about them; else no table could hold it. */
+bool is_consistent(const Fragment& fragment)
+{
+    const ExactTables& exact = fragment.exact;
+    bool within = lie_within(exact.headers, fragment.samples[audio_track]);
+    for (int i = 0; i < track_count; ++i)
+        within = within && lie_within(exact.anchors[i], fragment.samples[i]);
+    return within && exact.order.size() == fragment.count();
+}
+
 bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fragment)
 {
     fragment.clear();
@@ -472,7 +488,7 @@ bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fr
             return parse_traf(source, box, fragment);
         return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, fragment.exact);
     });
-    return sound && in_sequence && fragment.exact.order.size() == fragment.count();
+    return sound && in_sequence && is_consistent(fragment);
 }
 
 /** Whether a fragment continues a track in time, as its tables can express it. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -74,10 +75,23 @@ private:
 std::unique_ptr<Reader> Reader::open(const char* path, bool info_only)
 {
     Fd fd(::open(path, O_RDONLY | O_CLOEXEC));
-    if (!fd)
+    bool missing = !fd && (errno == ENOENT || errno == ENOTDIR);
+    if (missing || (!fd && !info_only))
         return nullptr;
     std::unique_ptr<Reader> reader(new Reader(std::move(fd), info_only));
-    return reader->load(path) ? std::move(reader) : nullptr;
+    bool failed = false;
+    try {
+        if (reader->load(path))
+            return reader;
+        failed = reader->m_source.failed();
+    } catch (const std::bad_alloc&) {
+        failed = true;
+    }
+    // What was not seen whole must not be taken for damaged.
+    if (!info_only || !failed)
+        return nullptr;
+    reader->m_movie = {};
+    return reader;
 }
 
 Reader::Reader(Fd fd, bool info_only)

@@ -21,7 +21,7 @@ public:
      * Open a file. A recording that was interrupted is finished first, if the file can be written and nobody
      * records into it.
      *
-     * @param info_only  for info() alone
+     * @param info_only  for info() alone; a file that the system fails to read is then one without frames
      * @return null: no such file, no frame in it that can be read, an I/O error
      */
     static std::unique_ptr<Reader> open(const char* path, bool info_only);

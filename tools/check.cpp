@@ -110,7 +110,7 @@ nlohmann::json report_json(const Context& context, const Report& report)
             {"findings", findings},
             {"recordings", report.recordings},
             {"record_files", report.record_files()},
-            {"max_record_files", max_recordings}};
+            {"max_record_files", max_record_files}};
 }
 
 std::string report_text(const Report& report)
@@ -127,7 +127,7 @@ std::string report_text(const Report& report)
                                       [](const Finding& finding) { return finding.mended; });
     text += "Recordings: " + std::to_string(report.main_count) + " main, " +
             std::to_string(report.sub_count) + " sub, with " + std::to_string(report.frames) + " frames; " +
-            std::to_string(report.record_files()) + " of at most " + std::to_string(max_recordings) +
+            std::to_string(report.record_files()) + " of at most " + std::to_string(max_record_files) +
             " record files.\n";
     return text + "Findings: " + std::to_string(report.findings.size()) + ", mended " +
            std::to_string(mended) + ", problems left " + std::to_string(report.problems()) + ".\n";

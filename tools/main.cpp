@@ -183,7 +183,7 @@ ExitCode run(const Options& options)
     if (!options.verbose)
         Ifsi_set_debug_level(0);
     av_log_set_level(options.verbose ? AV_LOG_WARNING : AV_LOG_QUIET);
-    gFs_max_file_number = max_recordings;
+    gFs_max_file_number = file_limit;
     return options.command(Context{options.card_path, options.json, results});
 }
 

@@ -9,8 +9,10 @@
 
 #include "ifs.h"
 
-/** Files that one FAT directory holds: 65,536 entries of which a record file's name takes four. */
-constexpr unsigned max_recordings = 16383;
+/** Record files that a card holds: of a directory's 65,535 entries each takes four, an index file three. */
+constexpr unsigned max_record_files = 16382;
+/** From this number on the library deletes the oldest, one a second: room for those that come meanwhile. */
+constexpr unsigned file_limit = 16000;
 
 /**
  * The recordings of a stream that overlap a time range, bounds included, in the order of their start.

@@ -104,6 +104,27 @@ TEST(Damage, RandomDamageNeverCrashesHangsOrTakesMemory)
 #endif
 }
 
+TEST(Damage, FragmentThatSpeaksOfSamplesBeyondItsOwnIsNotTaken)
+{
+    Folder folder;
+    std::string path = folder.file();
+    Frames frames = shoot({2, "160x120"});
+    for (Frame& frame : frames)
+        frame.timestamp -= frame.timestamp < 1000 ? 0 : 500; // a clock set back is told by a second anchor
+    Mp4 recording(path, KT_MP4_CREATE);
+    recording.write(frames);
+    recording.flush();
+    std::string bytes = load(path);
+    recording.close();
+
+    size_t first_anchor = bytes.find("uuid", bytes.find("moof")) + 4 + 16 + 4;
+    ASSERT_EQ(bytes.substr(first_anchor - 4, 8), std::string("\0\0\0\1\0\0\0\0", 8)) << "one, for sample 0";
+    bytes[first_anchor] = 1;
+    save(path, bytes);
+    read_back(path);
+    EXPECT_EQ(load(path).size(), bytes.size()) << "it was finished with tables that no reader takes";
+}
+
 TEST(Damage, WhatIsNoMp4IsNotOpened)
 {
     Folder folder;

@@ -270,7 +270,7 @@ class Check(unittest.TestCase):
         self.assertRegex(told[0], f"^note no-file {INDEX}: it lists {MAIN[0]}, .* Mended: the entry was dropped.$")
         frames = sum(one["frames"] for one in check()[1]["recordings"])
         self.assertEqual(told[1:],
-                         [f"Recordings: 2 main, 3 sub, with {frames} frames; 5 of at most 16383 record files.",
+                         [f"Recordings: 2 main, 3 sub, with {frames} frames; 5 of at most 16382 record files.",
                           "Findings: 1, mended 1, problems left 0."])
 
 

@@ -56,6 +56,32 @@ TEST_F(Rebuild, DropsEntriesWithoutAFileAndTakesFilesWithoutAnEntry)
     EXPECT_EQ(File("system_index_main").size(), 15u + 2 * 128);
 }
 
+TEST_F(Rebuild, KeepsWhatAPassingFaultHides)
+{
+    const std::string finished = Record(At(10, 0));
+    const int fd = Create(At(11, 0));
+    Write_seconds(fd, 20);
+    const std::string interrupted = File("Rec_20191012_110000_061_M.mp4");
+    Ifsi_close(fd, nullptr);
+    for (const hostcard_call call : {HOSTCARD_OPEN, HOSTCARD_READ}) {
+        for (unsigned nth = 1; nth <= 40; ++nth) {
+            Put_file("Rec_20191012_110000_061_M.mp4", interrupted);
+            remove((m_files + "/system_index_main").c_str());
+            hostcard_fail(call, nth, call == HOSTCARD_OPEN ? EMFILE : EIO, nth % 2);
+            Remount();
+            hostcard_fail_none();
+            EXPECT_EQ(Starts(IFS_STREAM_MAIN), "10:00:00 11:00:00") << call << " " << nth;
+        }
+    }
+    tm start = At(11, 0);
+    const int playback = Ifsi_open_v2(&start, IFS_STREAM_MAIN);
+    char frame[1024];
+    _ifs_frame_type_ type;
+    int time = 0;
+    EXPECT_GT(Ifsi_read_v2(playback, frame, sizeof frame, &type, &time), 0);
+    Ifsi_close(playback, nullptr);
+}
+
 TEST_F(Rebuild, DiscardsADamagedIndexWholeAndWritesItAnew)
 {
     Record(At(9, 0));
