@@ -27,7 +27,7 @@ mkdir 'my card'
 touch clip.mp4
 
 offers "$(sed -n '/^## ifsctl/,/^## /s/^| `\([a-z]*\)`.*/\1/p' "$1/README.md" | LC_ALL=C sort)" ''
-offers 'calendar create' c
+offers 'calendar check create' c
 offers '--card' --ca
 offers '--segment --start --sub-input' --card card record --s
 offers '--segment --start --sub-input' record clip.mp4 --json --s
