@@ -1,0 +1,108 @@
+"""A format, judged by its bytes, by fsck.fat and by the kernel that mounts it."""
+
+import os
+import struct
+import subprocess
+
+from ..image import SECTOR, Card
+from ..machine import check, ide_card, scsi_card, sparse
+
+CLUSTER_SECTORS, RESERVED, FATS = 128, 32, 2
+
+# Offset, format and value of the boot record's fields that are the same on every card.
+BOOT_RECORD = [
+    (0, "3s", b"\xeb\x58\x90"), (3, "8s", b"MSWIN4.1"), (11, "H", SECTOR), (13, "B", CLUSTER_SECTORS),
+    (14, "H", RESERVED), (16, "B", FATS), (17, "H", 0), (19, "H", 0), (21, "B", 0xF8), (22, "H", 0), (24, "H", 63),
+    (26, "H", 255), (28, "I", 0), (40, "H", 0), (42, "H", 0), (44, "I", 2), (48, "H", 1), (50, "H", 6),
+    (52, "12s", bytes(12)), (64, "B", 0x80), (66, "B", 0x29), (71, "11s", b" " * 11), (82, "8s", b"FAT32   "),
+    (90, "5s", b"\x0e\x1f\xbe\x77\x7c"), (510, "H", 0xAA55)]
+
+
+def fat_sectors(clusters):
+    return (clusters + 2 + 127) // 128
+
+
+def volume_sectors(clusters):
+    return RESERVED + FATS * fat_sectors(clusters) + clusters * CLUSTER_SECTORS
+
+
+def judge(image, sectors_per_track):
+    """Fails unless the image holds the prescribed empty file system. Returns its clusters."""
+    card = Card(image)
+    device_sectors = os.path.getsize(image) // SECTOR
+    check(card.table[450] == 0x0C and card.table[510:] == b"\x55\xaa", "the partition table is no FAT32 one")
+    check(card.table[462:510] == bytes(48), "the partition table has a second entry")
+    check(card.first_sector == sectors_per_track, f"the partition begins at sector {card.first_sector}")
+    check(0.97 * device_sectors < card.first_sector + card.sectors <= device_sectors,
+          f"the partition ends at sector {card.first_sector + card.sectors} of {device_sectors}")
+
+    boot = card.read(0)
+    for offset, form, value in BOOT_RECORD:
+        found = struct.unpack_from(f"<{form}", boot, offset)[0]
+        check(found == value, f"the boot record holds {found!r} at {offset}, not {value!r}")
+    check(card.read(6) == boot, "the backup boot record differs")
+    total, per_fat = struct.unpack_from("<II", boot, 32)
+    clusters = (total - RESERVED - FATS * per_fat) // CLUSTER_SECTORS
+    check(volume_sectors(clusters) == total <= card.sectors < volume_sectors(clusters + 1),
+          f"{clusters} clusters do not fill {card.sectors} sectors")
+    check(fat_sectors(clusters) == per_fat, f"a FAT of {per_fat} sectors does not fit {clusters} clusters")
+
+    info = card.read(1)
+    check(info[:4] + info[484:488] + info[508:] == b"RRaArrAa\0\0\x55\xaa", "the FSInfo sector is not signed")
+    check(struct.unpack_from("<II", info, 488) == (clusters - 1, 3), "the FSInfo sector counts wrong")
+    empty_fat = struct.pack("<III", 0x0FFFFFF8, 0xFFFFFFFF, 0x0FFFFFFF).ljust(per_fat * SECTOR, b"\0")
+    for copy in range(FATS):
+        check(card.read(RESERVED + copy * per_fat, per_fat) == empty_fat, f"FAT {copy + 1} is not an empty card's")
+    check(not any(card.read(RESERVED + FATS * per_fat, CLUSTER_SECTORS)), "the root directory is not empty")
+    check(card.fsck() == [], f"fsck.fat says: {card.fsck()}")
+    return clusters
+
+
+def format_in_guest(bench, card):
+    run = bench.boot("host format info mount info count fails format count unmount", card)
+    before, after = run.results("info")
+    check(before["have_card"] == 1 and before["formatted"] == 0 < before["dev_size"], f"before the mount: {before}")
+    check(after["formatted"] == 1 and 0.99 * after["dev_size"] < after["free"] < after["total"] < after["dev_size"],
+          f"after the mount: {after}")
+    check(run.results("count") == [{"main": 0, "sub": 0}] * 2, "the catalogue of an empty card is not empty")
+    check(run.text("library.log").count("fdisk OK!") == 1, "a format while mounted reached the card")
+    return run
+
+
+def old_card(image):
+    """A card that a desk computer formatted and filled to the last cluster."""
+    size, first = 96 << 20, 2048
+    sparse(image, size)
+    partition = image.with_suffix(".old")
+    sparse(partition, size - first * SECTOR)
+    subprocess.run(["mkfs.fat", "-F", "32", "-n", "HOLIDAY", partition], check=True, capture_output=True)
+    ballast = image.with_suffix(".ballast")
+    ballast.write_bytes(os.urandom(1 << 20))
+    copied = 0
+    copy = ["mcopy", "-i", partition, ballast]
+    while subprocess.run([*copy, f"::photo{copied}.jpg"], capture_output=True).returncode == 0:
+        copied += 1
+    with open(image, "r+b") as file:
+        file.seek(446)
+        file.write(struct.pack("<4xB3xII", 0x0C, first, size // SECTOR - first))
+        file.seek(510)
+        file.write(b"\x55\xaa")
+        file.seek(first * SECTOR)
+        file.write(partition.read_bytes())
+    return copied
+
+
+def run(bench):
+    said = []
+    cards = [("4 GiB IDE", 4, ide_card, 63), ("32 GiB SCSI", 32, scsi_card, 32)]
+    if bench.long:
+        cards += [("4 GiB SCSI", 4, scsi_card, 62), ("128 GiB SCSI", 128, scsi_card, 63)]
+    for title, gib, connect, track in cards:
+        image = sparse(bench.image("blank"), gib << 30)
+        milliseconds = format_in_guest(bench, connect(image)).results("format")[0]["ms"]
+        said.append(f"{title}: {judge(image, track)} clusters in {milliseconds / 1000:.1f} s")
+    image = bench.image("old")
+    copied = old_card(image)
+    format_in_guest(bench, ide_card(image))
+    judge(image, 63)
+    return "; ".join([*said, f"over an old card with {copied} MiB of files"])

@@ -1,0 +1,443 @@
+/**
+ * A host for libifs on a real kernel: does the steps that its command line names, one after the other.
+ *
+ *     vm_host [fails] STEP ARGUMENT... [fails] STEP ARGUMENT...
+ *
+ * Each step prints "RESULT STEP KEY=VALUE..." to standard error; the library's messages go to standard
+ * output. The run ends with status 1 at the first step that fails (after the word "fails": that succeeds),
+ * with status 3 when a step lasts longer than the deadline. Times are seconds since 1970, streams 0 (main)
+ * and 1 (sub), sizes bytes.
+ */
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ifs.h"
+
+namespace
+{
+
+using Args = std::vector<std::string>;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr char k_mount_point[] = "/card";
+constexpr int k_largest_frame = 2 << 20;
+
+struct Frame {
+    _ifs_frame_type_ type;
+    uint64_t pts_us;
+    std::string bytes;
+};
+using Frames = std::vector<Frame>;
+
+std::atomic<int> g_step_number{0};
+std::atomic<int> g_deadline_s{120};
+std::atomic<const char*> g_step_name{""};
+int g_playback = -1;
+time_t g_playback_start = 0;
+
+__attribute__((format(printf, 1, 2))) void Report(const char* format, ...)
+{
+    char text[512];
+    va_list values;
+    va_start(values, format);
+    vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    dprintf(STDERR_FILENO, "RESULT %s\n", text);
+}
+
+long long Elapsed_ms(Clock::time_point begin)
+{
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count();
+}
+
+/** Ends the process when one step lasts too long: a call that hangs must not hang its judge. */
+void Watch()
+{
+    int step = -1;
+    for (Clock::time_point begin;; sleep(1)) {
+        if (step != g_step_number) {
+            step = g_step_number;
+            begin = Clock::now();
+        }
+        if (Elapsed_ms(begin) > g_deadline_s * 1000LL) {
+            Report("hang step=%s", g_step_name.load());
+            _exit(3);
+        }
+    }
+}
+
+tm Utc(time_t seconds)
+{
+    tm broken_down{};
+    gmtime_r(&seconds, &broken_down);
+    return broken_down;
+}
+
+unsigned Number(const std::string& text)
+{
+    return static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10));
+}
+
+_ifs_stream_type_ Stream(const std::string& text)
+{
+    return text == "0" ? IFS_STREAM_MAIN : IFS_STREAM_SUB;
+}
+
+/** Frames of a file, each its type (4 bytes), time in us (8), length (4), all little-endian, and its bytes.
+ */
+Frames Load_frames(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::string all((std::istreambuf_iterator<char>(file)), {});
+    Frames frames;
+    for (size_t at = 0; at + 16 <= all.size();) {
+        int32_t type = 0;
+        uint64_t pts_us = 0;
+        uint32_t length = 0;
+        memcpy(&type, &all[at], sizeof type);
+        memcpy(&pts_us, &all[at + 4], sizeof pts_us);
+        memcpy(&length, &all[at + 12], sizeof length);
+        frames.push_back({static_cast<_ifs_frame_type_>(type), pts_us, all.substr(at + 16, length)});
+        at += 16 + length;
+    }
+    return frames;
+}
+
+int Create(time_t start_s, _ifs_stream_type_ stream)
+{
+    tm start = Utc(start_s);
+    return Ifsi_create(&start, 1, 6, 320, 240, 25, 1, SAMPLE_RATE_INDEX_44100, 1, 1, stream);
+}
+
+/** Write the frames, their times moved. @return how many were refused */
+int Write(int fd, Frames& frames, uint64_t later_us = 0, milliseconds pause = milliseconds(0))
+{
+    int refused = 0;
+    for (Frame& frame : frames) {
+        const int length = static_cast<int>(frame.bytes.size());
+        const int first = length / 3; // in two pieces, as an encoder's ring buffer hands them out
+        refused += Ifsi_write(fd, frame.bytes.data(), first, frame.bytes.data() + first, length - first,
+                              frame.type, frame.pts_us + later_us) != 0;
+        std::this_thread::sleep_for(pause);
+    }
+    return refused;
+}
+
+/* ---- Card ---- */
+
+bool Mount(const Args&)
+{
+    const Clock::time_point begin = Clock::now();
+    if (Ifsi_mount(k_mount_point) != 0) {
+        return false;
+    }
+    const long long call_ms = Elapsed_ms(begin);
+    while (Ifsi_loading_rebuilding_index_file_flag() != 0) {
+        usleep(1000);
+    }
+    const long long ready_ms = Elapsed_ms(begin);
+    unsigned long main_files = 0;
+    unsigned long sub_files = 0;
+    Ifsi_get_file_number(&main_files, &sub_files);
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    Report("mount call_ms=%lld ready_ms=%lld main=%lu sub=%lu peak_kib=%ld", call_ms, ready_ms, main_files,
+           sub_files, usage.ru_maxrss);
+    return true;
+}
+
+bool Format(const Args&)
+{
+    const Clock::time_point begin = Clock::now();
+    const bool done = Ifsi_format() == 0;
+    Report("format ms=%lld", Elapsed_ms(begin));
+    return done;
+}
+
+bool Info(const Args&)
+{
+    _ifs_system_info_ info;
+    Ifsi_get_system_info(&info);
+    Report("info have_card=%d formatted=%d dev_size=%llu total=%llu free=%llu full=%d", info.have_card,
+           info.formatted, info.dev_size, info.fs_total_size, info.fs_free_size, Ifsi_is_full());
+    return true;
+}
+
+bool Count(const Args&)
+{
+    unsigned long main_files = 0;
+    unsigned long sub_files = 0;
+    const bool counted = Ifsi_get_file_number(&main_files, &sub_files) == 0;
+    Report("count main=%lu sub=%lu", main_files, sub_files);
+    return counted;
+}
+
+/* ---- Recording ---- */
+
+/** record START MAIN_FRAMES SUB_FRAMES: both streams at once, each in a thread of its own */
+bool Record(const Args& args)
+{
+    int refused[2] = {-1, -1};
+    size_t count[2] = {};
+    const auto record = [&](_ifs_stream_type_ stream) {
+        Frames frames = Load_frames(args[1 + stream]);
+        count[stream] = frames.size();
+        const int fd = Create(Number(args[0]), stream);
+        if (fd > 0) {
+            refused[stream] = Write(fd, frames);
+            Ifsi_close(fd, nullptr);
+        }
+    };
+    const Clock::time_point begin = Clock::now();
+    std::thread sub(record, IFS_STREAM_SUB);
+    record(IFS_STREAM_MAIN);
+    sub.join();
+    Report("record ms=%lld main=%zu sub=%zu refused_main=%d refused_sub=%d", Elapsed_ms(begin), count[0],
+           count[1], refused[0], refused[1]);
+    return refused[0] == 0 && refused[1] == 0;
+}
+
+/** record-for MS START FRAMES: the frames again and again, 200 a second, refused ones too */
+bool Record_for(const Args& args)
+{
+    Frames frames = Load_frames(args[2]);
+    const int fd = Create(Number(args[1]), IFS_STREAM_MAIN);
+    Report("record-for fd=%d", fd);
+    if (fd < 0) {
+        return false;
+    }
+    const Clock::time_point begin = Clock::now();
+    int refused = 0;
+    int rounds = 0;
+    for (; Elapsed_ms(begin) < Number(args[0]); ++rounds) {
+        refused += Write(fd, frames, rounds * (frames.back().pts_us + 40000), milliseconds(5));
+    }
+    Ifsi_close(fd, nullptr);
+    Report("record-for ms=%lld frames=%zu refused=%d", Elapsed_ms(begin), rounds * frames.size(), refused);
+    return true;
+}
+
+/**
+ * fill COUNT START SECONDS FRAMES: recordings of main and sub in turn, a pair each SECONDS. One that is
+ * refused for want of space is tried again until the overlap has made room.
+ */
+bool Fill(const Args& args)
+{
+    Frames frames = Load_frames(args[3]);
+    const int count = static_cast<int>(Number(args[0]));
+    const Clock::time_point begin = Clock::now();
+    int refused_creates = 0;
+    int refused_frames = 0;
+    long long slowest_create_ms = 0;
+    for (int i = 0; i < count; ++i) {
+        ++g_step_number; // the deadline is that of one recording
+        const time_t start = Number(args[1]) + i / 2 * Number(args[2]);
+        const Clock::time_point create = Clock::now();
+        int fd;
+        while ((fd = Create(start, Stream(std::to_string(i % 2)))) < 0) {
+            ++refused_creates;
+            if (Elapsed_ms(create) > 30000) {
+                Report("fill done=%d refused_creates=%d", i, refused_creates);
+                return false;
+            }
+            usleep(200000);
+        }
+        slowest_create_ms = std::max(slowest_create_ms, Elapsed_ms(create));
+        refused_frames += Write(fd, frames);
+        Ifsi_close(fd, nullptr);
+    }
+    Report("fill done=%d ms=%lld refused_creates=%d refused_frames=%d slowest_create_ms=%lld", count,
+           Elapsed_ms(begin), refused_creates, refused_frames, slowest_create_ms);
+    return refused_frames == 0;
+}
+
+/* ---- Playback ---- */
+
+/** open STREAM START: the playback that the steps read-on, read-for and close use */
+bool Open(const Args& args)
+{
+    g_playback_start = Number(args[1]);
+    tm start = Utc(g_playback_start);
+    g_playback = Ifsi_open_v2(&start, Stream(args[0]));
+    return g_playback > 0;
+}
+
+/** read-on FRAMES: read to the end; each frame must be the one of the file, with its time */
+bool Read_on(const Args& args)
+{
+    const Frames frames = Load_frames(args[0]);
+    std::string buf(k_largest_frame, '\0');
+    size_t read = 0;
+    size_t different = 0;
+    int result;
+    for (;; ++read) {
+        int payload_offset = 0, payload_len = 0, frame_offset = 0, frame_len = 0, time_s = 0;
+        _ifs_frame_type_ type{};
+        result = Ifsi_read(g_playback, &buf[0], k_largest_frame, &payload_offset, &payload_len, &frame_offset,
+                           &frame_len, &type, &time_s);
+        if (result <= 0 || read == frames.size()) {
+            break;
+        }
+        const Frame& frame = frames[read];
+        const auto expected_s =
+            g_playback_start + static_cast<time_t>((frame.pts_us - frames[0].pts_us) / 1000000);
+        different += type != frame.type || time_s != expected_s ||
+                     buf.compare(static_cast<size_t>(payload_offset), static_cast<size_t>(payload_len),
+                                 frame.bytes) != 0;
+    }
+    Report("read-on frames=%zu of=%zu different=%zu last=%d", read, frames.size(), different, result);
+    return result == 0 && read == frames.size() && different == 0;
+}
+
+/** read-for MS: read 200 frames a second, from the start again at each end, behind failures too */
+bool Read_for(const Args& args)
+{
+    std::string buf(k_largest_frame, '\0');
+    int failed = 0;
+    int read = 0;
+    Report("read-for fd=%d", g_playback);
+    for (const Clock::time_point begin = Clock::now(); Elapsed_ms(begin) < Number(args[0]); usleep(5000)) {
+        _ifs_frame_type_ type{};
+        int time_s = 0;
+        const int result = Ifsi_read_v2(g_playback, &buf[0], k_largest_frame, &type, &time_s);
+        read += result > 0;
+        failed += result < 0;
+        if (result == 0) {
+            Ifsi_tseek(g_playback, 0);
+        }
+    }
+    Report("read-for frames=%d failed=%d", read, failed);
+    return true;
+}
+
+/** play STREAM START FRAMES */
+bool Play(const Args& args)
+{
+    if (!Open(args)) {
+        return false;
+    }
+    const bool same = Read_on({args[2]});
+    return Ifsi_close(g_playback, nullptr) == 0 && same;
+}
+
+/* ---- Queries ---- */
+
+/** list STREAM FILE: a line for each recording that a search over all times finds: file name, length in s,
+ * size */
+bool List(const Args& args)
+{
+    tm from = Utc(0);
+    tm to = Utc(0x7fffffff);
+    const int search = Ifsi_find_open(&from, &to, Stream(args[0]));
+    if (search < 0) {
+        return false;
+    }
+    std::ofstream file(args[1]);
+    _ifs_rec_file_ entry;
+    int count = 0;
+    for (; Ifsi_find_next(search, 1, &entry) == 1; ++count) {
+        char path[128] = "";
+        Ifsi_get_file_name(&entry, path);
+        file << strrchr(path, '/') + 1 << ' ' << timegm(&entry.end_tm) - timegm(&entry.start_tm) << ' '
+             << entry.file_size << '\n';
+    }
+    const int counted = Ifsi_find_get_count(search);
+    Ifsi_find_close(search);
+    Report("list stream=%s entries=%d", args[0].c_str(), count);
+    return count == counted;
+}
+
+/** calendar STREAM TIME: the days of that time's month that hold recordings */
+bool Calendar(const Args& args)
+{
+    tm first = Utc(Number(args[1]));
+    first.tm_mday = 1;
+    first.tm_hour = first.tm_min = first.tm_sec = 0;
+    tm last = first;
+    ++last.tm_mon;
+    last = Utc(timegm(&last) - 1);
+    unsigned char days[31] = {};
+    const bool done = Ifsi_get_rec_calendar(&first, &last, Stream(args[0]), days) == 0;
+    std::string marked;
+    for (int day = 1; day <= 31; ++day) {
+        marked += days[day - 1] ? (marked.empty() ? "" : ",") + std::to_string(day) : "";
+    }
+    Report("calendar days=%s", marked.c_str());
+    return done;
+}
+
+struct Step {
+    size_t args;
+    std::function<bool(const Args&)> run;
+};
+
+const std::map<std::string, Step> k_steps = {
+    {"format", {0, Format}},
+    {"mount", {0, Mount}},
+    {"info", {0, Info}},
+    {"count", {0, Count}},
+    {"record", {3, Record}},
+    {"record-for", {3, Record_for}},
+    {"fill", {4, Fill}},
+    {"open", {2, Open}},
+    {"read-on", {1, Read_on}},
+    {"read-for", {1, Read_for}},
+    {"play", {3, Play}},
+    {"list", {2, List}},
+    {"calendar", {2, Calendar}},
+    {"init", {0, [](const Args&) { return Ifsi_init() == 0; }}},
+    {"unmount", {0, [](const Args&) { return Ifsi_umount() == 0; }}},
+    {"close", {0, [](const Args&) { return Ifsi_close(g_playback, nullptr) == 0; }}},
+    {"seek", {1, [](const Args& args) { return Ifsi_tseek(g_playback, Number(args[0])) == 0; }}},
+    {"overlap", {1, [](const Args& args) { return Ifsi_set_overlap(args[0] != "0") == 0; }}},
+    {"limit", {1, [](const Args& args) { return (gFs_max_file_number = Number(args[0])) != 0; }}},
+    {"deadline",
+     {1, [](const Args& args) { return (g_deadline_s = static_cast<int>(Number(args[0]))) != 0; }}},
+    {"sh", {1, [](const Args& args) { return system(args[0].c_str()) == 0; }}},
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
+    std::thread(Watch).detach();
+    const Args words(argv + 1, argv + argc);
+    for (size_t at = 0; at < words.size();) {
+        const bool must_fail = words[at] == "fails";
+        at += must_fail;
+        const auto step = at < words.size() ? k_steps.find(words[at]) : k_steps.end();
+        if (step == k_steps.end() || words.size() - ++at < step->second.args) {
+            Report("usage at=%zu", at);
+            return 2;
+        }
+        g_step_name = step->first.c_str();
+        ++g_step_number;
+        const Args args(words.begin() + static_cast<ptrdiff_t>(at),
+                        words.begin() + static_cast<ptrdiff_t>(at + step->second.args));
+        if (step->second.run(args) == must_fail) {
+            Report("%s step=%s", must_fail ? "succeeded" : "failed", step->first.c_str());
+            return 1;
+        }
+        at += args.size();
+    }
+    _exit(0); // the workers go on until the process ends
+}
