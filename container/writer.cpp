@@ -21,7 +21,7 @@ constexpr size_t max_fragment_frames = 1024;
 constexpr size_t header_room = 65536;
 /** No more than this may be lost, so the frames go to the card as long as there is time to write them. */
 constexpr uint64_t max_unsynced_ms = 5000;
-constexpr uint64_t sync_time_ms = 500;
+constexpr uint64_t sync_time_ms = 250;
 /** Space is reserved in steps of this, and for at least this much more than has to be. */
 constexpr uint64_t reserve_step_bytes = 2 << 20;
 constexpr uint64_t spare_bytes = 256 << 10;
