@@ -105,6 +105,7 @@ uint64_t Source::readable_end()
         else
             end = probe - 1;
     }
+    m_failed = m_failed || readable < m_size;
     return readable;
 }
 

@@ -143,11 +143,10 @@ bool Reader::recover(const char* path)
         return true;
     uint64_t file_end = m_source.size();
     m_source.limit(m_source.readable_end());
-    bool readable = m_source.size() == file_end;
     if (!load_fragments() || (!m_live && drop_damaged_end() && !load_fragments()))
         return false;
     // What cannot be read now may well be readable later: the file then stays as it is.
-    if (alone && m_fragments > 0 && readable && !m_source.failed())
+    if (alone && m_fragments > 0 && !m_source.failed())
         finish(writer.get(), path, m_movie, file_end);
     return m_fragments > 0;
 }

@@ -35,10 +35,10 @@ typedef enum SAMPLE_RATE_INDEX_E {
 enum {
     KT_MP4_READ = 1,   /**< play an existing file from its first frame */
     KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
-    KT_MP4_PROBE =
-        4 /**< open an existing file for kt_mp4_getinfo() only; reads no payload of a finished
-               one. A file that is there and cannot be read at the moment (an I/O error, no free descriptor)
-             opens with a description that is all 0: who then drops what is no recording keeps it. */
+    /** Open an existing file for kt_mp4_getinfo() only; reads no payload of a finished one. A file that is
+       there and cannot be read at the moment (an I/O error, no free descriptor) opens with a description that
+       is all 0: who then drops what is no recording keeps it. */
+    KT_MP4_PROBE = 4
 };
 
 /** Frame kinds of kt_mp4_write() and kt_mp4_read(). */

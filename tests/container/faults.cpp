@@ -42,7 +42,7 @@ extern "C" ssize_t pread(int fd, void* data, size_t size, off_t offset)
         errno = EIO;
         return -1;
     }
-    return syscall(SYS_pread64, fd, data, size, offset);
+    return pread64(fd, data, size, offset);
 }
 
 extern "C" int fdatasync(int)
