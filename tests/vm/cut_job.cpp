@@ -28,7 +28,7 @@ namespace
 
 constexpr char k_mount_point[] = "/card";
 constexpr off_t k_mark_offset = 62 * 512;
-constexpr unsigned k_sleep_divisor = 100;
+constexpr long k_sleep_divisor = 100;
 
 int g_disk = -1;
 
