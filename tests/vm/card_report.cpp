@@ -44,7 +44,10 @@ Played Play(_ifs_rec_file_& entry, const Footage& footage)
         bad_reads = 0;
         const Footage_frame frame = footage.Frame(start, entry.stream_type, played.frames++);
         const std::string bytes(buf + payload_offset, static_cast<size_t>(payload_len));
-        played.same += type == frame.type && bytes == frame.bytes;
+        if (played.same + 1 != played.frames || type != frame.type || bytes != frame.bytes) {
+            continue;
+        }
+        ++played.same;
         if (type != IFS_FRAME_AUDIO) {
             played.video_ms = frame.pts_us / 1000;
         }

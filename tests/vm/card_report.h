@@ -7,7 +7,9 @@
  * Mount the card, play every recording to its end, unmount, and print what was found to standard error:
  *
  *     mounted main=COUNT sub=COUNT
- *     recording NAME seconds=LENGTH frames=READ same=OF_THEM_AS_WRITTEN video_ms=LAST_TIME bad=FAILED_READS
+ *     recording NAME seconds=LENGTH frames=READ same=AS_WRITTEN video_ms=LAST_TIME_OF_THESE bad=FAILED_READS
+ *
+ * Frames count as written up to the first that is not.
  *
  * @return 0, or 1: the card cannot be mounted or unmounted
  */

@@ -41,6 +41,7 @@ class Verdict:
     phase: str
     recordings: int = 0
     lost_ms: list = field(default_factory=list)
+    torn: list = field(default_factory=list)  # names with other than the frames written, behind what was synced
     broken: list = field(default_factory=list)  # promises, a sentence each
     hazards: dict = field(default_factory=dict)
     fsck: list = field(default_factory=list)
@@ -106,7 +107,8 @@ class Judge:
         changed = [name for name in after.keys() | last.keys() if after.get(name) != last.get(name)]
         if changed or second != first:
             verdict.broken.append(f"a second mount changes {', '.join(sorted(changed)) or 'the catalogue'}")
-        for name in sorted(self.names() - promise.removed)[:1] + sorted(self.names() & set(promise.handed))[-1:]:
+        played = sorted(self.names() - promise.removed - set(verdict.torn))
+        for name in played[:1] + played[-1:]:
             said = what_ffmpeg_says(digest(self.files / name), self.files / name)
             if said:
                 verdict.broken.append(f"ffmpeg says of {name}: {said.splitlines()[0]}")
@@ -143,7 +145,11 @@ class Judge:
         found = {match[1]: [int(number) for number in match.groups()[1:]]
                  for match in map(REPORT_LINE.fullmatch, report[1:])}
         for name, (_, frames, same, _, bad) in found.items():
-            if name not in promise.removed and (same != frames or bad):
+            if name in promise.removed or (same == frames and not bad):
+                continue
+            if name in promise.handed and name not in promise.closed:
+                verdict.torn.append(name)
+            else:
                 verdict.broken.append(f"{name}: of {frames} frames {same} are as written, {bad} cannot be read")
         for name, last_ms in promise.handed.items():
             if name in promise.removed:
