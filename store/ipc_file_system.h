@@ -145,6 +145,8 @@ private:
     CIfsHandle* m_file_handle;                        ///< owned
     CIfsHandle* m_search_handle;                      ///< owned
     std::map<int, _searcher_info_*> m_searcher_table; ///< owned
+    /** Where a rebuild goes on in a stream's index list. */
+    std::map<_ifs_stream_type_, Rec_file_list::iterator> m_index_position_table;
     mutable std::mutex m_table_guard;
 };
 

@@ -20,6 +20,7 @@ void CIpcFileSystem::Empty_catalogue()
     const std::lock_guard<std::mutex> held(m_table_guard);
     m_unindexed_count_table.clear();
     m_index_list_table.clear();
+    m_index_position_table.clear();
     m_rec_file_list_table.clear();
     m_overlap_count_table.clear();
 }

@@ -1,6 +1,7 @@
 #include <boost/bind/bind.hpp>
 
 #include <cstring>
+#include <iterator>
 
 #include "store/ipc_file_system.h"
 #include "util/calendar_time.h"
@@ -114,18 +115,28 @@ bool CIpcFileSystem::Is_being_recorded(const char* name) const
     return false;
 }
 
-/** Move the entry of a start time out of the stream's index list, which is sorted. */
+/**
+ * Move the entry of a start time out of the stream's index list, which is sorted.
+ *
+ * A directory holds runs of recordings in the order of their starts. The search goes on where the last one
+ * ended, unless an entry before that place may be the one: a walk from the front each time takes seconds with
+ * a full directory.
+ */
 bool CIpcFileSystem::Take_index_entry(const tm& start, _ifs_stream_type_ stream, _ifs_rec_file_* entry)
 {
     Rec_file_list& list = m_index_list_table[stream];
-    for (auto it = list.begin(); it != list.end(); ++it) {
+    auto& it = m_index_position_table.try_emplace(stream, list.begin()).first->second;
+    if (it != list.begin() && Ifsm_tm_cmp(&start, &std::prev(it)->start_tm) <= 0) {
+        it = list.begin();
+    }
+    for (; it != list.end(); ++it) {
         const int order = Ifsm_tm_cmp(&start, &it->start_tm);
         if (order < 0) {
             return false;
         }
         if (order == 0) {
             Ifs_rec_file_info_copy(it, entry, true);
-            list.erase(it);
+            it = list.erase(it);
             return true;
         }
     }

@@ -32,17 +32,23 @@ protected:
         EXPECT_EQ(banner.substr(0, 10), "libifs for");
         return true;
     }
-    /** Let the worker run until the counts stay the same for 30 ticks. @return them */
+    /** Let the worker run until it has deleted nothing for ten ticks, or for 2 s. @return the counts */
     std::string Run()
     {
         Ifsi_set_overlap(1);
-        std::string before;
-        for (std::string now = Counts(); now != before; now = Counts()) {
-            before = now;
-            usleep(100 * 1000 * 1000); // scaled to 100 ms
+        std::string counts = Counts();
+        unsigned looks = hostcard_count(HOSTCARD_STATFS);
+        for (int ms = 0; ms < 2000 && hostcard_count(HOSTCARD_STATFS) < looks + 10; ++ms) {
+            usleep(1000 * 1000); // scaled to 1 ms
+            const std::string now = Counts();
+            if (now != counts) {
+                counts = now;
+                looks = hostcard_count(HOSTCARD_STATFS);
+                ms = 0;
+            }
         }
         Ifsi_set_overlap(0);
-        return before;
+        return Counts();
     }
     void Record_many(int count, int stream = IFS_STREAM_MAIN)
     {

@@ -171,7 +171,7 @@ def record_name(start, stream):
 
 def copy_data(source, target, offset, size):
     """Copy a part of a sparse file, sparsely. Returns the target."""
-    with open(source, "rb") as reader, open(target, "wb") as writer:
+    with open(source, "rb", buffering=0) as reader, open(target, "wb") as writer:
         writer.truncate(size)
         position, end = offset, offset + size
         while position < end:
@@ -181,9 +181,9 @@ def copy_data(source, target, offset, size):
             except OSError:  # no data behind
                 break
             while position < hole:
-                copied = os.copy_file_range(reader.fileno(), writer.fileno(), min(hole - position, 1 << 26), position,
-                                            position - offset)
-                position += copied
+                reader.seek(position)
+                writer.seek(position - offset)
+                position += writer.write(reader.read(min(hole - position, 1 << 24)))
     return target
 
 

@@ -2,7 +2,7 @@
 
 import time
 
-from ..image import Card, decode, record_name
+from ..image import Card, Filler, decode, record_name
 from ..machine import check, scsi_card
 
 START = 1777593600  # 2026-05-01 00:00:00 UTC
@@ -10,17 +10,22 @@ FAT, MAIN, TINY = "/data/fat.frames", "/data/main.frames", "/data/tiny.frames"
 DROP_CACHES = "sh 'echo 3 >/proc/sys/vm/drop_caches'"
 
 
+def failing_card(bench, card, event, cluster):
+    """The card with a sector in that cluster that fails from its first read_aio or write_aio on."""
+    rules = bench.work / "blkdebug"
+    rules.write_text(f'[inject-error]\nevent = "{event}"\nerrno = "5"\nsector = "{card.sector_of(cluster)}"\n'
+                     'once = "off"\n')
+    return scsi_card(f"blkdebug:{rules}:{card.path}", "werror=report,rerror=report")
+
+
 def bad_sector(bench):
     """A sector fails while both streams are recorded over it: only the recording it belongs to suffers."""
     card = Card(bench.card("bad"))
-    rules = bench.work / "blkdebug"
-    sector = card.sector_of(12) + 5  # of the only long recording
-    rules.write_text(f'[inject-error]\nevent = "write_aio"\nerrno = "5"\nsector = "{sector}"\nonce = "off"\n')
     run = bench.boot(
         f"host mount fails record {START} {FAT} {TINY} record {START + 60} {TINY} {TINY} unmount {DROP_CACHES} mount "
         f"play 1 {START} {TINY} play 0 {START + 60} {TINY} play 1 {START + 60} {TINY} "
         f"open 0 {START} read-for 3000 seek {START + 7} read-for 200 close unmount",
-        scsi_card(f"blkdebug:{rules}:{card.path}", "werror=report,rerror=report"), sound=False, seconds=200)
+        failing_card(bench, card, "write_aio", 12), sound=False, seconds=200)  # of the only long recording
     recorded = run.results("record")[0]
     check(recorded["refused_main"] > 0 == recorded["refused_sub"], f"the write error is not told: {recorded}")
     mounted = run.results("mount")[-1]
@@ -28,6 +33,17 @@ def bad_sector(bench):
     over, behind = [result for result in run.results("read-for") if "frames" in result]
     check(over["failed"] > 0 == behind["failed"] < behind["frames"], f"reading over and behind it: {over}, {behind}")
     return f"bad sector: {recorded['refused_main']} frame refused, both sides of it play, all else too"
+
+
+def passing_fault(bench):
+    """A recording that no index knows and that cannot be read while the card is mounted stays on it."""
+    card, name = Card(bench.card("passing")), record_name(START, 0)
+    Filler(card).add([(name, bench.recording())])
+    run = bench.boot("host mount unmount", failing_card(bench, card, "read_aio", 3), sound=False)
+    check("I/O error" in run.text("kernel.log"), "no read failed")
+    kept = card.copy_out(name, bench.work / "files").read_bytes()
+    check(kept == bench.recording(), "the recording has changed")
+    return "unreadable during a mount: kept"
 
 
 def read_only(bench):
@@ -88,4 +104,4 @@ def pulled(bench):
 
 
 def run(bench):
-    return "; ".join(part(bench) for part in (bad_sector, read_only, pulled))
+    return "; ".join(part(bench) for part in (bad_sector, passing_fault, read_only, pulled))
