@@ -69,6 +69,11 @@ void sync_folder_of(const char* path)
         fsync(fd.get());
 }
 
+bool reserve_space(int fd, uint64_t end)
+{
+    return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(end)) == 0;
+}
+
 bool Source::refresh()
 {
     struct stat status = {};
@@ -81,6 +86,27 @@ bool Source::refresh()
         return false;
     m_size = static_cast<uint64_t>(status.st_size);
     return true;
+}
+
+void Source::limit(uint64_t size)
+{
+    m_size = std::min(m_size, size);
+    m_window_size = 0;
+}
+
+uint64_t Source::readable_end()
+{
+    uint8_t byte = 0;
+    uint64_t readable = 0;
+    uint64_t end = m_size;
+    for (uint64_t probe = end; readable < end; probe = readable + (end - readable + 1) / 2) {
+        if (pread(m_fd, &byte, 1, static_cast<off_t>(probe - 1)) == 1)
+            readable = probe;
+        else
+            end = probe - 1;
+    }
+    m_failed = m_failed || readable < m_size;
+    return readable;
 }
 
 size_t Source::read_some(uint64_t offset, uint8_t* out, size_t size)

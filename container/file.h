@@ -39,8 +39,19 @@ bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset);
 /** Take back a write that failed. Bytes that even that leaves are overwritten by the next write there. */
 void discard_from(int fd, uint64_t offset);
 
-/** Make the entry of a new file durable in its folder, where the file system can do that. */
+/**
+ * Make the names of a file's folder durable, where the file system can do that. On FAT all of the allocation
+ * table goes with them, but neither the file's bytes nor its size.
+ */
 void sync_folder_of(const char* path);
+
+/**
+ * Give a file the space up to end; its size stays. Once a sync has made that durable, writes in there need no
+ * other change of an allocation table, which a power cut could part from the file's size.
+ *
+ * @return false where the file system cannot do that, or has not got the space
+ */
+bool reserve_space(int fd, uint64_t end);
 
 /**
  * A file that is read, as large as it was at the last refresh(). The descriptor stays the caller's.
@@ -55,6 +66,13 @@ public:
 
     /** Take the file's present size and forget what was read. @return false: no regular file, I/O error */
     bool refresh();
+    /** Take the file for shorter than it is. */
+    void limit(uint64_t size);
+    /**
+     * Where the bytes end that can be read. A file system can say that a file is larger than what it has got
+     * of it, when a power cut came between the two.
+     */
+    uint64_t readable_end();
     uint64_t size() const { return m_size; }
     /** Whether a read failed for another reason than the file's end. */
     bool failed() const { return m_failed; }

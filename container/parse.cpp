@@ -571,4 +571,30 @@ void walk_fragments(Source& source, ParsedMovie& movie, uint64_t& pos, uint32_t&
     }
 }
 
+bool salvage_fragment(Source& source, ParsedMovie& movie, uint64_t pos)
+{
+    constexpr uint64_t mdat_header_bytes = 8;
+    Fragment fragment;
+    Box moof;
+    if (!next_box(source, pos, source.size(), moof) || moof.type != fourcc("moof") ||
+        !parse_moof(source, moof, 1, fragment))
+        return false;
+    uint64_t begin = pos + mdat_header_bytes;
+    uint64_t end = begin;
+    size_t whole[track_count] = {};
+    for (int i = 0; i < track_count; ++i) {
+        for (const Sample& sample : fragment.samples[i]) {
+            end += sample.size;
+            whole[i] += end <= source.size();
+        }
+    }
+    fragment.keep(whole);
+    if (fragment.empty())
+        return false;
+    movie.tables.make_room(fragment);
+    movie.tables.append(fragment, begin);
+    movie.adts = first_header(movie.tables);
+    return true;
+}
+
 } // namespace ifs_mp4

@@ -38,6 +38,14 @@ bool find_recording(Source& source, Box& moov);
  */
 void walk_fragments(Source& source, ParsedMovie& movie, uint64_t& pos, uint32_t& count);
 
+/**
+ * Take the samples that are whole out of a recording's first fragment, which is torn.
+ *
+ * @param pos  begin of the fragment
+ * @return false: there are none
+ */
+bool salvage_fragment(Source& source, ParsedMovie& movie, uint64_t pos);
+
 } // namespace ifs_mp4
 
 #endif

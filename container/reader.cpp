@@ -70,6 +70,18 @@ private:
     size_t m_length_bytes;
 };
 
+/** Finish a file that was interrupted. It has bytes that no frame is in, and may have space behind its end.
+ */
+void finish(int fd, const char* path, Movie& movie, uint64_t file_end)
+{
+    // The kernel would append behind that space and find the cluster chain and the size at odds.
+    if (ftruncate(fd, static_cast<off_t>(file_end)) != 0)
+        return;
+    if (reserve_space(fd, file_end + movie.tables.moov_bound(0)))
+        sync_folder_of(path);
+    finish_file(fd, movie, file_end);
+}
+
 } // namespace
 
 std::unique_ptr<Reader> Reader::open(const char* path, bool info_only)
@@ -129,15 +141,61 @@ bool Reader::recover(const char* path)
         return false;
     if (load_complete())
         return true;
+    uint64_t file_end = m_source.size();
+    m_source.limit(m_source.readable_end());
+    if (!load_fragments() || (!m_live && drop_damaged_end() && !load_fragments()))
+        return false;
+    // What cannot be read now may well be readable later: the file then stays as it is.
+    if (alone && m_fragments > 0 && !m_source.failed())
+        finish(writer.get(), path, m_movie, file_end);
+    return m_fragments > 0;
+}
+
+/** Take in what the file holds between its first moov and the first damage. */
+bool Reader::load_fragments()
+{
+    Box moov;
     if (!load_recording(moov))
         return false;
     m_walk_pos = moov.end;
+    m_fragments = 0;
     walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
+    if (m_fragments == 0 && !m_live && salvage_fragment(m_source, m_movie, m_walk_pos))
+        m_fragments = 1;
     m_movie.info.duration = m_movie.duration_ms();
-    // What cannot be read now may well be readable later: the file then stays as it is.
-    if (alone && m_fragments > 0 && !m_source.failed())
-        finish_file(writer.get(), m_movie, m_source.size());
-    return m_fragments > 0;
+    return true;
+}
+
+/**
+ * Leave out what was not synced when the power went and did not all reach the card: the file's size can have
+ * been faster than its bytes. @return whether there is any
+ */
+bool Reader::drop_damaged_end()
+{
+    constexpr uint64_t unsynced_ms = 6000;
+    const Track& video = m_movie.tables.tracks[video_track];
+    TrackCursor cursor(video, m_movie.tables.exact.anchors[video_track]);
+    for (; !cursor.at_end(); cursor.next()) {
+        if (cursor.decode_time_ms() + unsynced_ms >= video.last_time && !is_sound(cursor)) {
+            m_source.limit(cursor.offset());
+            return true;
+        }
+    }
+    return false;
+}
+
+/** Whether the NAL units of a video sample of our own fill it. */
+bool Reader::is_sound(const TrackCursor& video)
+{
+    uint64_t end = video.offset() + video.size();
+    uint64_t pos = video.offset();
+    while (end - pos > sizeof start_code) {
+        const uint8_t* length = m_source.at(pos, sizeof start_code);
+        if (!length || be32(length) == 0 || be32(length) > end - pos - sizeof start_code)
+            return false;
+        pos += sizeof start_code + be32(length);
+    }
+    return pos == end;
 }
 
 bool Reader::load_complete()

@@ -37,6 +37,9 @@ private:
     Reader(Fd fd, bool info_only);
     bool load(const char* path);
     bool recover(const char* path);
+    bool load_fragments();
+    bool drop_damaged_end();
+    bool is_sound(const TrackCursor& video);
     bool load_complete();
     bool load_recording(Box& moov);
     void describe();

@@ -24,6 +24,14 @@ void append_headers(std::vector<AdtsRun>& to, const std::vector<AdtsRun>& from, 
     }
 }
 
+/** Drop what begins with a sample that is not there. */
+template <class Entry>
+void keep_entries(std::vector<Entry>& entries, size_t samples)
+{
+    while (!entries.empty() && entries.back().sample >= samples)
+        entries.pop_back();
+}
+
 } // namespace
 
 void ExactTables::clear()
@@ -40,6 +48,26 @@ uint64_t Fragment::payload_size(int track) const
     for (const Sample& sample : samples[track])
         size += sample.size;
     return size;
+}
+
+void Fragment::keep(const size_t (&samples_of)[track_count])
+{
+    size_t left[track_count] = {};
+    for (int i = 0; i < track_count; ++i) {
+        left[i] = samples_of[i];
+        samples[i].resize(std::min(samples[i].size(), samples_of[i]), Sample{});
+        keep_entries(exact.anchors[i], samples_of[i]);
+    }
+    keep_entries(exact.headers, samples_of[audio_track]);
+    std::vector<bool> order;
+    for (bool is_audio : exact.order) {
+        size_t& left_of_track = left[is_audio ? audio_track : video_track];
+        if (left_of_track == 0)
+            continue;
+        --left_of_track;
+        order.push_back(is_audio);
+    }
+    exact.order = std::move(order);
 }
 
 void Fragment::clear()

@@ -56,6 +56,8 @@ struct Fragment {
     bool empty() const { return samples[video_track].empty() && samples[audio_track].empty(); }
     size_t count() const { return samples[video_track].size() + samples[audio_track].size(); }
     uint64_t payload_size(int track) const;
+    /** Drop all but the first samples of each track. */
+    void keep(const size_t (&samples_of)[track_count]);
     void clear();
 };
 

@@ -19,8 +19,12 @@ constexpr size_t max_fragment_bytes = 1 << 20;
 constexpr size_t max_fragment_frames = 1024;
 /** Room for the headers of a fragment with that many frames, and of the file in front of the first one. */
 constexpr size_t header_room = 65536;
-/** A fragment more would pass 5 s. */
-constexpr uint64_t sync_after_ms = 5000 - max_fragment_ms;
+/** No more than this may be lost, so the frames go to the card as long as there is time to write them. */
+constexpr uint64_t max_unsynced_ms = 5000;
+constexpr uint64_t sync_time_ms = 250;
+/** Space is reserved in steps of this, and for at least this much more than has to be. */
+constexpr uint64_t reserve_step_bytes = 2 << 20;
+constexpr uint64_t spare_bytes = 256 << 10;
 /** A track whose clock jumped follows the other one unless that leaves a longer gap. */
 constexpr uint64_t max_rejoin_gap_ms = 10000;
 constexpr size_t length_bytes = 4;
@@ -34,17 +38,16 @@ int32_t distance_ms(uint32_t from, uint32_t to)
 
 std::unique_ptr<Writer> Writer::create(const char* path, const kt_mfile_info_t& info)
 {
-    std::unique_ptr<Writer> writer(new Writer(Fd(), info));
+    std::unique_ptr<Writer> writer(new Writer(Fd(), path, info));
     writer->m_fd = Fd(open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!writer->m_fd)
         return nullptr;
     // Keeps readers from taking the file for an interrupted one; no harm where the file system has no locks.
     flock(writer->m_fd.get(), LOCK_EX | LOCK_NB);
-    sync_folder_of(path);
     return writer;
 }
 
-Writer::Writer(Fd fd, const kt_mfile_info_t& info) : m_fd(std::move(fd))
+Writer::Writer(Fd fd, const char* path, const kt_mfile_info_t& info) : m_fd(std::move(fd)), m_path(path)
 {
     m_movie.info = info;
     m_payload.resize(header_room);
@@ -151,11 +154,13 @@ bool Writer::prepare(size_t size, uint64_t time, bool key)
         return false;
     if (m_fragment.empty())
         return true;
+    uint64_t step = std::max(time, m_newest_time) - m_newest_time;
+    bool due = m_newest_time + step + std::max(step, sync_time_ms) >= m_synced_time + max_unsynced_ms;
     bool full = key || time >= m_fragment_time + max_fragment_ms || collected + size > max_fragment_bytes ||
                 m_fragment.count() >= max_fragment_frames;
-    if (!full)
+    if (!full && !due)
         return true;
-    return cut() && (m_newest_time < m_synced_time + sync_after_ms || sync());
+    return cut() && (!due || sync());
 }
 
 /** Get the memory for a frame; until append() returns nothing can fail. */
@@ -250,6 +255,7 @@ bool Writer::write_fragment()
     std::copy(m_headers.begin(), m_headers.end(), m_payload.begin() + static_cast<ptrdiff_t>(begin));
     put_bytes(m_payload, m_audio.data(), m_audio.size());
     size_t size = m_payload.size() - begin;
+    secure(m_file_end + size);
     bool written = write_at(m_fd.get(), m_payload.data() + begin, size, m_file_end);
     m_payload.resize(video_end);
     if (written)
@@ -259,10 +265,38 @@ bool Writer::write_fragment()
     return written;
 }
 
+/** Have space up to end. */
+bool Writer::reserve(uint64_t end)
+{
+    if (end > m_reserved_end && reserve_space(m_fd.get(), end + reserve_step_bytes))
+        m_reserved_end = end + reserve_step_bytes;
+    return end <= m_reserved_end;
+}
+
+/** Make the allocation durable before a write up to end. */
+void Writer::secure(uint64_t end)
+{
+    if (end <= m_secured_end || !reserve(end + spare_bytes))
+        return;
+    sync_folder_of(m_path.c_str());
+    m_secured_end = m_reserved_end;
+}
+
+/**
+ * Make durable what was written. A size must not reach the card before the allocation of all that it counts,
+ * or a power cut leaves clusters in the file that are free for the next one. So what will probably be written
+ * until the next sync is reserved before this one. Without reservations the allocation takes a sync of its
+ * own.
+ */
 bool Writer::sync()
 {
+    if (m_file_end > m_secured_end)
+        sync_folder_of(m_path.c_str());
+    reserve(m_file_end + 2 * (m_file_end - m_synced_end) + spare_bytes);
     if (fdatasync(m_fd.get()) != 0)
         return false;
+    m_secured_end = std::max(m_reserved_end, m_file_end);
+    m_synced_end = m_file_end;
     m_synced_time = m_newest_time;
     m_unsynced = false;
     return true;
@@ -276,8 +310,10 @@ bool Writer::flush()
 bool Writer::close()
 {
     bool whole = cut();
-    if (m_file_end > 0)
+    if (m_file_end > 0) {
+        secure(m_file_end + m_movie.tables.moov_bound(0));
         whole = finish_file(m_fd.get(), m_movie, m_file_end) && whole;
+    }
     return m_fd.reset() && whole;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "container/file.h"
@@ -43,7 +44,7 @@ private:
         uint64_t newest_time = 0;
     };
 
-    Writer(Fd fd, const kt_mfile_info_t& info);
+    Writer(Fd fd, const char* path, const kt_mfile_info_t& info);
     bool write_video(bool key, const Pieces& frame, uint32_t timestamp);
     bool write_audio(const Pieces& frame, uint32_t timestamp);
     bool start(const Pieces& frame, uint32_t timestamp);
@@ -54,9 +55,12 @@ private:
     void set_decode_times(int track);
     bool cut();
     bool write_fragment();
+    bool reserve(uint64_t end);
+    void secure(uint64_t end);
     bool sync();
 
     Fd m_fd;
+    std::string m_path;
     Movie m_movie;
     bool m_started = false;
     Clock m_clocks[track_count];
@@ -70,7 +74,10 @@ private:
     uint64_t m_decoded[track_count] = {}; /**< decode time of the last sample written */
     uint32_t m_fragments = 0;
     uint64_t m_file_end = 0;
-    Bytes m_payload; /**< room for a fragment's headers, then its video */
+    uint64_t m_synced_end = 0;   /**< m_file_end at the last sync */
+    uint64_t m_reserved_end = 0; /**< the file has space up to there */
+    uint64_t m_secured_end = 0;  /**< and that is durable up to there */
+    Bytes m_payload;             /**< room for a fragment's headers, then its video */
     Bytes m_audio;
     Bytes m_headers;
     std::vector<Nal> m_nals;

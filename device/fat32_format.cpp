@@ -270,5 +270,6 @@ int Ifsf_format(const char* dev)
         IFS_ERROR("%s", failed_step);
         return -1;
     }
-    return 0;
+    // A card must not lose its boot record after the call that made it has returned.
+    return fsync(partition.get()) == 0 ? 0 : -1;
 }

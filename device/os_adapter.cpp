@@ -113,10 +113,16 @@ int Ifsod_lseek_file(int fd, int offset, int whence)
 
 int Ifsod_remove_file(const char* path)
 {
+    // A power cut could bring the name back after a newer recording has taken its clusters, and deleting it
+    // once more would take them from that recording. An open file keeps its clusters until its name is gone
+    // for good.
+    const Owned_fd kept(open(path, O_RDONLY | O_CLOEXEC));
     if (remove(path) != 0) {
         IFS_ERROR("remove (%s) Failed(%s)\n", path, strerror(errno));
         return -1;
     }
+    const std::string file(path);
+    Ifsod_sync_dir(file.substr(0, file.rfind('/')).c_str());
     return 0;
 }
 

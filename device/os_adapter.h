@@ -29,10 +29,13 @@ int Ifsod_write_file(int fd, const char* buf, int len);
 /** lseek(2). @return the new offset */
 int Ifsod_lseek_file(int fd, int offset, int whence);
 
-/** remove(3). */
+/** remove(3). The name is gone for good before the file's space can be used again. */
 int Ifsod_remove_file(const char* path);
 
-/** Make the names of a directory durable, removals included; reports nothing. */
+/**
+ * Make the names of a directory durable, removals included; reports nothing. On FAT the allocation table goes
+ * with them.
+ */
 int Ifsod_sync_dir(const char* dir);
 
 /** Size of a file in bytes; *size is untouched on failure. */

@@ -35,9 +35,10 @@ typedef enum SAMPLE_RATE_INDEX_E {
 enum {
     KT_MP4_READ = 1,   /**< play an existing file from its first frame */
     KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
-    KT_MP4_PROBE = 4   /**< open an existing file for kt_mp4_getinfo() only; reads no payload. A file that is
-                            there and cannot be read at the moment (an I/O error, no free descriptor) opens with
-                            a description that is all 0: who then drops what is no recording keeps it. */
+    /** Open an existing file for kt_mp4_getinfo() only; reads no payload of a finished one. A file that is
+       there and cannot be read at the moment (an I/O error, no free descriptor) opens with a description that
+       is all 0: who then drops what is no recording keeps it. */
+    KT_MP4_PROBE = 4
 };
 
 /** Frame kinds of kt_mp4_write() and kt_mp4_read(). */
@@ -68,10 +69,11 @@ typedef struct kt_mfile_info_t {
  * A created file stays at 0 bytes until the first key frame with its parameter sets arrives. It is locked
  * (flock) while it is written.
  *
- * A recording that was interrupted opens with all that reached the file whole. If the file can be written and
- * nobody records into it, it is turned into a finished one on the way; nothing in it is overwritten. A file
- * that is being recorded opens with what was flushed; reading on at its end takes in what was flushed later.
- * A file of 0 bytes opens as a recording without frames, all of its description 0.
+ * A recording that was interrupted opens with all that reached the file whole, of a torn first fragment its
+ * whole frames. If the file can be read to its end and written and nobody records into it, it is turned into
+ * a finished one on the way; nothing in it is overwritten. A file that is being recorded opens with what was
+ * flushed; reading on at its end takes in what was flushed later. A file of 0 bytes opens as a recording
+ * without frames, all of its description 0.
  *
  * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
  * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.

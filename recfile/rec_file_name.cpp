@@ -209,11 +209,5 @@ int CIpcRecFile::SIrf_remove_file(const char* dir, const char* fn)
 {
     const std::string path = std::string(dir) + "/" + fn;
     IFS_TRACE("Remove file(%s)\n", path.c_str());
-    if (Ifsod_remove_file(path.c_str()) != 0) {
-        return -1;
-    }
-    // A power cut could bring the name back after a newer recording has taken its clusters: deleting it once
-    // more would take them from that recording.
-    Ifsod_sync_dir(dir);
-    return 0;
+    return Ifsod_remove_file(path.c_str());
 }

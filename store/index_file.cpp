@@ -118,6 +118,9 @@ int CIpcFileSystem::Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_li
         Ifs_rec_file_info_copy(it, &copy, true);
         Write_item(index.Get(), copy);
     }
+    // The allocation reaches the card before the size that counts on it, see Ifsod_sync_dir().
+    Ifsod_sync_dir(m_mount_point.c_str());
+    fsync(index.Get());
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 
 #include "tests/container/camera.h"
+#include "tests/container/faults.h"
 
 using namespace camera;
 
@@ -76,6 +77,52 @@ TEST(Damage, CutAtAnyPlaceKeepsAllWholeFragments)
         }
         EXPECT_EQ(newest, recorded.frames.size());
     }
+}
+
+TEST(Damage, AFirstFragmentThatIsTornGivesItsWholeFrames)
+{
+    Folder folder;
+    const Frames frames = shoot({1});
+    Mp4 recording(folder.file(), KT_MP4_CREATE);
+    recording.write(frames);
+    recording.flush();
+    const std::string path = folder.file("torn.mp4");
+    const std::string whole = load(folder.file());
+    save(path, whole.substr(0, whole.size() / 2));
+    const Frames got = read_back(path);
+    ASSERT_FALSE(got.empty());
+    EXPECT_TRUE(is_prefix(only_video(got), only_video(frames)));
+    EXPECT_EQ(decode(path), std::to_string(only_video(got).size()));
+}
+
+TEST(Damage, BytesThatDidNotReachTheCardAreNoFrames)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    const std::string path = folder.file("zeros.mp4");
+    constexpr size_t zeros = 500;
+    std::string bytes = recorded.interrupted;
+    const size_t last_but_one = bytes.rfind("mdat", bytes.rfind("moof"));
+    bytes.replace(last_but_one + 4, zeros, zeros, '\0');
+    save(path, bytes);
+    const Frames got = read_back(path);
+    EXPECT_GT(got.size(), recorded.frames.size() / 3);
+    EXPECT_TRUE(is_prefix(got, recorded.frames));
+    EXPECT_EQ(decode(path), std::to_string(only_video(got).size()));
+}
+
+TEST(Damage, AnEndThatCannotBeReadIsPassedOverAndNotTouched)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    const std::string path = folder.file("unreadable.mp4");
+    save(path, recorded.interrupted);
+    faults::fail_reads_past(static_cast<int64_t>(recorded.interrupted.size() * 3 / 4));
+    const Frames got = read_back(path);
+    faults::fail_reads_past(-1);
+    EXPECT_GT(got.size(), recorded.frames.size() / 3);
+    EXPECT_TRUE(is_prefix(got, recorded.frames));
+    EXPECT_EQ(load(path), recorded.interrupted);
 }
 
 TEST(Damage, RandomDamageNeverCrashesHangsOrTakesMemory)

@@ -11,6 +11,7 @@ namespace
 int writes_until_failure = 0;
 bool fail_once = false;
 bool discarding = false;
+int64_t readable_bytes = -1;
 std::vector<uint64_t> calls;
 
 bool fails()
@@ -35,6 +36,15 @@ extern "C" ssize_t pwrite(int fd, const void* data, size_t size, off_t offset)
     return discarding ? static_cast<ssize_t>(size) : pwrite64(fd, data, size, offset);
 }
 
+extern "C" ssize_t pread(int fd, void* data, size_t size, off_t offset)
+{
+    if (readable_bytes >= 0 && offset + static_cast<int64_t>(size) > readable_bytes) {
+        errno = EIO;
+        return -1;
+    }
+    return pread64(fd, data, size, offset);
+}
+
 extern "C" int fdatasync(int)
 {
     calls.push_back(0);
@@ -53,6 +63,11 @@ void fail_write(int nth, bool once)
 void discard_writes(bool discard)
 {
     discarding = discard;
+}
+
+void fail_reads_past(int64_t offset)
+{
+    readable_bytes = offset;
 }
 
 std::vector<uint64_t> take_calls()
