@@ -196,7 +196,7 @@ bool load_finished(Source& source, bool info_only, ParsedMovie& movie)
            parse_moov(source, moov, info_only, movie) && movie.complete;
 }
 
-/** Collect the fragments of a recording. @return where the last whole one ends, 0 without one */
+/** Collect the fragments of a recording. @return where the last that plays ends, 0 without one */
 uint64_t load_fragments(Source& source, ParsedMovie& movie)
 {
     Box moov;
@@ -205,8 +205,10 @@ uint64_t load_fragments(Source& source, ParsedMovie& movie)
     uint64_t pos = moov.end;
     uint32_t count = 0;
     walk_fragments(source, movie, pos, count);
+    if (count == 0)
+        pos = salvage_fragment(source, movie, pos) ? source.size() : 0;
     movie.info.duration = movie.duration_ms();
-    return count > 0 ? pos : 0;
+    return pos;
 }
 
 /** What lies behind the last whole fragment. */

@@ -13,7 +13,7 @@
 enum class RecordingState {
     finished,
     interrupted, /**< its frames are found by a walk through its fragments */
-    stub,        /**< interrupted before a fragment was whole */
+    stub,        /**< interrupted before a frame was whole */
     empty,
     unreadable
 };

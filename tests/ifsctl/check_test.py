@@ -127,7 +127,7 @@ DAMAGES = {
     "wrong-name": lambda: write(MAIN[0].replace("_", "-").replace("10000", "11000"), read(MAIN[0])),
     "entry-differs": lambda: write_items([with_field(items()[0], 120, 5)] + items()[1:]),
     "interrupted": lambda: interrupt(MAIN[1]),
-    "stub": lambda: write("Rec_20260305_110000_000_M.mp4", unfinished(read(MAIN[0]))[:4000]),
+    "stub": lambda: write("Rec_20260305_110000_000_M.mp4", unfinished(read(MAIN[0])).split(b"moof")[0]),
     "empty": lambda: write("Rec_20260305_110000_000_M.mp4", b""),
     "near-name": lambda: write("rec_20260305_110000_000_M.MP4", read(MAIN[0])),
     "index-missing": lambda: os.remove("bad/files/" + INDEX),
