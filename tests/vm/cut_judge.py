@@ -5,6 +5,7 @@ say which files could be read before.
 """
 
 import hashlib
+import json
 import re
 import shutil
 import subprocess
@@ -73,10 +74,11 @@ def promised(marks):
 
 
 class Judge:
-    """folder is the judge's own; probe is the program card_probe."""
+    """folder is the judge's own; programs is the folder of a build."""
 
-    def __init__(self, folder, probe, frames):
-        self.folder, self.probe, self.frames = Path(folder), probe, frames
+    def __init__(self, folder, programs, frames):
+        self.folder, self.frames = Path(folder), frames
+        self.probe, self.ifsctl = programs / "tests/vm/card_probe", programs / "tools/ifsctl"
         self.card = self.folder / "card"
         self.files = self.card / "files"
 
@@ -107,6 +109,8 @@ class Judge:
         changed = [name for name in after.keys() | last.keys() if after.get(name) != last.get(name)]
         if changed or second != first:
             verdict.broken.append(f"a second mount changes {', '.join(sorted(changed)) or 'the catalogue'}")
+        verdict.broken += [f"ifsctl check says of {name}: {message}" for name, message in self.problems()
+                           if name not in verdict.torn]
         played = sorted(self.names() - promise.removed - set(verdict.torn))
         for name in played[:1] + played[-1:]:
             said = what_ffmpeg_says(digest(self.files / name), self.files / name)
@@ -134,6 +138,13 @@ class Judge:
         done = subprocess.run([self.probe, self.card, *self.frames], capture_output=True, text=True, timeout=60)
         lines = done.stderr.splitlines()
         return lines if done.returncode == 0 and lines and lines[0].startswith("mounted") else []
+
+    def problems(self):
+        """(file, sentence) of each problem that is left on the card."""
+        done = subprocess.run([self.ifsctl, "--card", self.card, "--json", "check"], capture_output=True, text=True,
+                              timeout=60)
+        return [(finding["file"], finding["message"]) for finding in json.loads(done.stdout)["findings"]
+                if finding["severity"] == "problem"]
 
     def names(self):
         return {path.name for path in self.files.iterdir() if RECORD_NAME.fullmatch(path.name)}
@@ -167,7 +178,6 @@ class Judge:
                 verdict.broken.append(f"{name} has lost {last_ms - video_ms} ms of {last_ms}")
         for name in found.keys() - promise.handed.keys():
             verdict.broken.append(f"{name} was never recorded")
-
 
     @staticmethod
     def check_clusters(name, verdict):

@@ -106,7 +106,7 @@ def judge_share(folder, number, cuts):
     log = WriteLog(folder / "writes.log", CARD_BYTES)
     place = folder / f"judge{number}"
     place.mkdir(exist_ok=True)
-    judge = Judge(place, ROOT / "build/release/tests/vm/card_probe", scenes(folder).values())
+    judge = Judge(place, ROOT / "build/release", scenes(folder).values())
     return {(cut, seed): judge.judge(card, log.marks(cut), log.entries[cut - 1].phase)
             for cut, seed, card in log.cuts(place, cuts)}
 
