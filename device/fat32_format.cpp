@@ -217,9 +217,15 @@ void Ifsf_calculate(unsigned long long total, unsigned long reserved, unsigned l
     const auto needed = [=](unsigned long long count) {
         return count * per_cluster + reserved + k_fats * Fat_sectors_for(count);
     };
-    unsigned long long count = 0;
-    while (needed(count + 1) <= total) {
-        ++count;
+    unsigned long long count = 0;                   // fits
+    unsigned long long bound = total / per_cluster; // nothing above does
+    while (count < bound) {
+        const unsigned long long middle = count + (bound - count + 1) / 2;
+        if (needed(middle) <= total) {
+            count = middle;
+        } else {
+            bound = middle - 1;
+        }
     }
     *clusters = static_cast<unsigned long>(count);
     *fat_sectors = static_cast<unsigned long>(Fat_sectors_for(count));
