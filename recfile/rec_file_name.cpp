@@ -36,6 +36,21 @@ bool Parse_stream(const std::string& fn, _ifs_stream_type_* stream)
     return Is_sub_string(text, k_main_letter) || Is_sub_string(text, k_sub_letter);
 }
 
+bool Is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/** Value of digits, which were checked. */
+int Number(const char* digits, int n)
+{
+    int value = 0;
+    for (int i = 0; i < n; ++i) {
+        value = value * 10 + (digits[i] - '0');
+    }
+    return value;
+}
+
 bool Has_dot(const std::string& fn)
 {
     return Is_sub_string(Text_from(fn, NAME_DOT), ".");
@@ -51,7 +66,7 @@ unsigned Is_sub_string(const char* s, const char* prefix)
 unsigned Is_digital_string(const char* s, int n)
 {
     for (int i = 0; i < n; ++i) {
-        if (s[i] < '0' || s[i] > '9') {
+        if (!Is_digit(s[i])) {
             return 0;
         }
     }
@@ -62,7 +77,7 @@ unsigned Get_value(const char* s, int n, int* value)
 {
     *value = 0;
     for (int i = 0; i < n; ++i) {
-        if (!Is_digital_string(s + i, 1)) {
+        if (!Is_digit(s[i])) {
             return 0;
         }
         *value = Wrap_add(Wrap_mul(*value, 10), s[i] - '0');
@@ -79,12 +94,12 @@ unsigned Get_ymdhms(const char* s, tm* t)
         !Is_digital_string(s + k_clock, k_clock_digits)) {
         return 0;
     }
-    Get_value(s, 4, &t->tm_year);
-    Get_value(s + 4, 2, &t->tm_mon);
-    Get_value(s + 6, 2, &t->tm_mday);
-    Get_value(s + k_clock, 2, &t->tm_hour);
-    Get_value(s + k_clock + 2, 2, &t->tm_min);
-    Get_value(s + k_clock + 4, 2, &t->tm_sec);
+    t->tm_year = Number(s, 4);
+    t->tm_mon = Number(s + 4, 2);
+    t->tm_mday = Number(s + 6, 2);
+    t->tm_hour = Number(s + k_clock, 2);
+    t->tm_min = Number(s + k_clock + 2, 2);
+    t->tm_sec = Number(s + k_clock + 4, 2);
     return 1;
 }
 

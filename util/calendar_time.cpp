@@ -97,6 +97,11 @@ int Ifsm_tm_cmp(const tm* a, const tm* b)
     return Compare(Seconds_of_day(a), Seconds_of_day(b));
 }
 
+Tm_key Ifsm_tm_key(const tm* t)
+{
+    return {t->tm_year, t->tm_mon, t->tm_mday, Seconds_of_day(t)};
+}
+
 int Ifsm_cmp_date(const tm* a, const tm* b)
 {
     tm day_a = *a;

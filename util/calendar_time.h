@@ -1,6 +1,8 @@
 #ifndef IFS_UTIL_CALENDAR_TIME_H
 #define IFS_UTIL_CALENDAR_TIME_H
 
+#include <array>
+#include <cstdint>
 #include <ctime>
 
 /**
@@ -27,6 +29,10 @@ int Ifsm_utc_time_inc(tm* t, int seconds);
 
 /** @return 1 when a is later than b, -1 when earlier, 0 when equal */
 int Ifsm_tm_cmp(const tm* a, const tm* b);
+
+/** What Ifsm_tm_cmp() compares, for a table that is searched: keys stand to each other as their times do. */
+using Tm_key = std::array<int32_t, 4>;
+Tm_key Ifsm_tm_key(const tm* t);
 
 /** As Ifsm_tm_cmp() on year, month and day alone. */
 int Ifsm_cmp_date(const tm* a, const tm* b);
