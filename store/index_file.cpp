@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -34,20 +35,86 @@ private:
     int m_fd;
 };
 
-/* Results of the writes are not looked at: the next rebuild finds and mends a damaged index. */
+constexpr size_t k_block_bytes =
+    4096; ///< of a read or write; thousands of small ones take seconds on a camera
 
-void Write_file_magic(int fd)
+/** Reads an index file piece by piece, from the card in blocks. */
+class Index_reader
 {
-    Ifsod_write_file(fd, IFS_INDEX_MAGIC, IFS_INDEX_MAGIC_BYTES);
-}
+public:
+    explicit Index_reader(int fd) : m_fd(fd) {}
 
-void Write_item(int fd, const _ifs_rec_file_& rec)
+    /**
+     * Read the next len bytes.
+     *
+     * @param bytes  receives their place, good until the next call
+     * @return bytes read, fewer than len at the end of the file, -1 on a read error
+     */
+    int Read(const char** bytes, int len)
+    {
+        if (m_left < len) {
+            memmove(m_block.data(), m_block.data() + m_begin, static_cast<size_t>(m_left));
+            m_begin = 0;
+            const int count =
+                Ifsod_read_file(m_fd, m_block.data() + m_left, static_cast<int>(m_block.size()) - m_left);
+            if (count < 0) {
+                return -1;
+            }
+            m_left += count;
+        }
+        const int given = std::min(len, m_left);
+        *bytes = m_block.data() + m_begin;
+        m_begin += given;
+        m_left -= given;
+        return given;
+    }
+
+private:
+    int m_fd;
+    int m_begin = 0; ///< of what was read from the card and not yet given out
+    int m_left = 0;
+    std::array<char, k_block_bytes> m_block;
+};
+
+/**
+ * Writes an index file, to the card in blocks; the last one with Flush(). Results of the writes are not
+ * looked at: the next rebuild finds and mends a damaged index.
+ */
+class Index_writer
 {
-    std::array<unsigned char, IFS_ITEM_BYTES> image;
-    Ifs_put_index_item(rec, image.data());
-    Ifsod_write_file(fd, IFS_ITEM_MAGIC, IFS_ITEM_MAGIC_BYTES);
-    Ifsod_write_file(fd, reinterpret_cast<const char*>(image.data()), IFS_ITEM_BYTES);
-}
+public:
+    explicit Index_writer(int fd) : m_fd(fd) {}
+
+    void Put_file_magic() { Put(IFS_INDEX_MAGIC, IFS_INDEX_MAGIC_BYTES); }
+
+    void Put_item(const _ifs_rec_file_& rec)
+    {
+        std::array<unsigned char, IFS_ITEM_BYTES> image;
+        Ifs_put_index_item(rec, image.data());
+        Put(IFS_ITEM_MAGIC, IFS_ITEM_MAGIC_BYTES);
+        Put(image.data(), IFS_ITEM_BYTES);
+    }
+
+    void Flush()
+    {
+        Ifsod_write_file(m_fd, m_block.data(), static_cast<int>(m_used));
+        m_used = 0;
+    }
+
+private:
+    void Put(const void* bytes, size_t size)
+    {
+        if (size > m_block.size() - m_used) {
+            Flush();
+        }
+        memcpy(m_block.data() + m_used, bytes, size);
+        m_used += size;
+    }
+
+    int m_fd;
+    size_t m_used = 0;
+    std::array<char, k_block_bytes> m_block;
+};
 
 } // namespace
 
@@ -80,7 +147,8 @@ int CIpcFileSystem::Ifs_append_index_file(_ifs_stream_type_ stream, _ifs_rec_fil
         return -1;
     }
     Open_index index(Ifsod_open_file(fn.c_str(), O_WRONLY));
-    if (index.Valid()) {
+    const bool exists = index.Valid();
+    if (exists) {
         Ifsod_lseek_file(index.Get(), 0, SEEK_END);
     } else {
         IFS_ERROR("Ifsod_open_file O_WRONLY Failed(%s)\n", fn.c_str());
@@ -89,9 +157,13 @@ int CIpcFileSystem::Ifs_append_index_file(_ifs_stream_type_ stream, _ifs_rec_fil
             IFS_ERROR("Ifsod_open_file O_WRONLY | O_CREAT Failed(%s)\n", fn.c_str());
             return -1;
         }
-        Write_file_magic(index.Get());
     }
-    Write_item(index.Get(), *rec);
+    Index_writer writer(index.Get());
+    if (!exists) {
+        writer.Put_file_magic();
+    }
+    writer.Put_item(*rec);
+    writer.Flush();
     return 0;
 }
 
@@ -112,12 +184,12 @@ int CIpcFileSystem::Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_li
         IFS_ERROR("Ifsod_open_file O_WRONLY | O_CREAT Failed(%s)\n", fn.c_str());
         return -1;
     }
-    Write_file_magic(index.Get());
-    for (auto it = list.begin(); it != list.end(); ++it) {
-        _ifs_rec_file_ copy;
-        Ifs_rec_file_info_copy(it, &copy, true);
-        Write_item(index.Get(), copy);
+    Index_writer writer(index.Get());
+    writer.Put_file_magic();
+    for (const _ifs_rec_file_& rec : list) {
+        writer.Put_item(rec);
     }
+    writer.Flush();
     // The allocation reaches the card before the size that counts on it, see Ifsod_sync_dir().
     Ifsod_sync_dir(m_mount_point.c_str());
     fsync(index.Get());
@@ -136,19 +208,20 @@ int CIpcFileSystem::Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list&
         IFS_ERROR("Ifsod_open_file Failed(%s)\n", fn.c_str());
         return 0;
     }
-    std::array<char, IFS_ITEM_BYTES> bytes;
-    int count = Ifsod_read_file(index.Get(), bytes.data(), IFS_INDEX_MAGIC_BYTES);
+    Index_reader reader(index.Get());
+    const char* bytes = nullptr;
+    int count = reader.Read(&bytes, IFS_INDEX_MAGIC_BYTES);
     if (count != IFS_INDEX_MAGIC_BYTES) {
         IFS_ERROR("Ifsod_read_file read file magic Failed(%s)(%d)\n", fn.c_str(), count);
         return 0;
     }
-    if (memcmp(bytes.data(), IFS_INDEX_MAGIC, IFS_INDEX_MAGIC_BYTES) != 0) {
+    if (memcmp(bytes, IFS_INDEX_MAGIC, IFS_INDEX_MAGIC_BYTES) != 0) {
         IFS_ERROR("It's not index file magic(%s)\n", fn.c_str());
         return 0;
     }
     Rec_file_list loaded; // all or nothing
     for (;;) {
-        count = Ifsod_read_file(index.Get(), bytes.data(), IFS_ITEM_MAGIC_BYTES);
+        count = reader.Read(&bytes, IFS_ITEM_MAGIC_BYTES);
         if (count == 0) {
             IFS_ERROR("Load over!(%d, %s, %d)\n", static_cast<int>(stream), fn.c_str(),
                       static_cast<int>(loaded.size()));
@@ -158,17 +231,17 @@ int CIpcFileSystem::Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list&
             IFS_ERROR("Ifsod_read_file read file magic Failed(%s)(%d)\n", fn.c_str(), count);
             return 0;
         }
-        if (memcmp(bytes.data(), IFS_ITEM_MAGIC, IFS_ITEM_MAGIC_BYTES) != 0) {
+        if (memcmp(bytes, IFS_ITEM_MAGIC, IFS_ITEM_MAGIC_BYTES) != 0) {
             IFS_ERROR("It's not item magic(%s)\n", fn.c_str());
             return 0;
         }
-        count = Ifsod_read_file(index.Get(), bytes.data(), IFS_ITEM_BYTES);
+        count = reader.Read(&bytes, IFS_ITEM_BYTES);
         if (count != IFS_ITEM_BYTES) {
             IFS_ERROR("Ifsod_read_file read item (%s, %d)(%d, %d)\n", fn.c_str(),
                       static_cast<int>(loaded.size()), count, IFS_ITEM_BYTES);
             return 0;
         }
-        loaded.push_back(Ifs_get_index_item(reinterpret_cast<const unsigned char*>(bytes.data())));
+        loaded.push_back(Ifs_get_index_item(reinterpret_cast<const unsigned char*>(bytes)));
     }
     list = std::move(loaded);
     Ifs_sort_rec_file_list(list);
