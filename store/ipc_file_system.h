@@ -12,6 +12,7 @@
 #include "store/handle_table.h"
 #include "store/ifsdirectoryscaner.h"
 #include "store/search.h"
+#include "util/calendar_time.h"
 
 constexpr unsigned long long IFS_FULL_FREE_LIMIT = 157286400;  ///< bytes; a create needs more than this free
 constexpr unsigned long long IFS_WRITE_FREE_LIMIT = 104857600; ///< bytes; writing needs more than this free
@@ -23,6 +24,27 @@ constexpr int IFS_PATH_BYTES = 128; ///< of a caller's buffer for a full path
 
 /** Open record files by file handle, owned by the store. */
 using File_table = std::map<int, CIpcRecFile*>;
+
+/** Finds the entries of files in a stream's index list, whatever order the files come in, each entry once. */
+class Index_search
+{
+public:
+    /** Begin with a list, which is sorted and does not change before Take_found(). */
+    void Begin(Rec_file_list& list);
+    /** Find the first entry with this start that was not found before. @return whether there is one */
+    bool Find(const tm& start);
+    /** Move the entries that were found out of the list. @return them, sorted */
+    Rec_file_list Take_found(Rec_file_list& list);
+
+private:
+    struct Entry {
+        Tm_key start;
+        Rec_file_list::iterator place;
+        bool found;
+    };
+    std::vector<Entry> m_entries;
+    size_t m_next = 0; ///< behind the entry that was found last
+};
 
 /**
  * The record store: where the card is mounted, the catalogue, and what is open.
@@ -117,6 +139,7 @@ private:
     void Empty_catalogue();
     void Forget_everything();
     void Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_file_& rec);
+    void Put_in_front_of_catalogue(_ifs_stream_type_ stream, Rec_file_list& recordings);
     void Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_list::iterator position);
     void Sort_catalogue(_ifs_stream_type_ stream);
     void Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file);
@@ -128,7 +151,7 @@ private:
     void Close_file(File_table& table, int fd);
     bool Is_mounted() const { return !m_mount_point.empty(); }
     bool Is_being_recorded(const char* name) const;
-    bool Take_index_entry(const tm& start, _ifs_stream_type_ stream, _ifs_rec_file_* entry);
+    void Move_found_to_catalogue(_ifs_stream_type_ stream);
     Rec_file_list::iterator Overlap_candidate(_ifs_stream_type_ stream, Rec_file_list& list);
     template <typename Take_catalogued, typename Take_running>
     void For_each_match(_searcher_info_* search, Take_catalogued take_catalogued, Take_running take_running);
@@ -140,13 +163,12 @@ private:
     Rec_file_list_table m_rec_file_list_table;
     std::map<_ifs_stream_type_, int> m_unindexed_count_table;
     Rec_file_list_table m_index_list_table;
-    File_table m_recording_file_table;                ///< owned
-    File_table m_playing_file_table;                  ///< owned
-    CIfsHandle* m_file_handle;                        ///< owned
-    CIfsHandle* m_search_handle;                      ///< owned
-    std::map<int, _searcher_info_*> m_searcher_table; ///< owned
-    /** Where a rebuild goes on in a stream's index list. */
-    std::map<_ifs_stream_type_, Rec_file_list::iterator> m_index_position_table;
+    File_table m_recording_file_table;                              ///< owned
+    File_table m_playing_file_table;                                ///< owned
+    CIfsHandle* m_file_handle;                                      ///< owned
+    CIfsHandle* m_search_handle;                                    ///< owned
+    std::map<int, _searcher_info_*> m_searcher_table;               ///< owned
+    std::map<_ifs_stream_type_, Index_search> m_index_search_table; ///< empty but during a rebuild
     mutable std::mutex m_table_guard;
 };
 

@@ -20,7 +20,6 @@ void CIpcFileSystem::Empty_catalogue()
     const std::lock_guard<std::mutex> held(m_table_guard);
     m_unindexed_count_table.clear();
     m_index_list_table.clear();
-    m_index_position_table.clear();
     m_rec_file_list_table.clear();
     m_overlap_count_table.clear();
 }
@@ -39,6 +38,13 @@ void CIpcFileSystem::Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_f
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
     m_rec_file_list_table[stream].push_back(rec);
+}
+
+void CIpcFileSystem::Put_in_front_of_catalogue(_ifs_stream_type_ stream, Rec_file_list& recordings)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    Rec_file_list& list = m_rec_file_list_table[stream];
+    list.splice(list.begin(), recordings);
 }
 
 void CIpcFileSystem::Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_list::iterator position)

@@ -56,8 +56,11 @@ bool Ifs_is_suitable_rec(_ifs_rec_file_* rec, _searcher_info_* search, bool* go_
 bool Ifs_is_suitable_rec(Rec_file_list::iterator& it, _ifs_rec_file_* out, _searcher_info_* search,
                          bool* go_on)
 {
+    if (!Ifs_is_suitable_rec(&*it, search, go_on)) {
+        return false;
+    }
     Ifs_rec_file_info_copy(it, out, true);
-    return Ifs_is_suitable_rec(out, search, go_on);
+    return true;
 }
 
 bool Ifs_is_suitable_rec(CIpcRecFile* file, _ifs_rec_file_* out, _searcher_info_* search)

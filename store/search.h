@@ -19,7 +19,7 @@ struct _searcher_info_ {
  * @param go_on  receives false when the entry, and so each that starts later, lies after the range
  */
 bool Ifs_is_suitable_rec(_ifs_rec_file_* rec, _searcher_info_* search, bool* go_on);
-/** The same for the element at it, which is copied into *out. */
+/** The same for the element at it, which is copied into *out when it matches. */
 bool Ifs_is_suitable_rec(Rec_file_list::iterator& it, _ifs_rec_file_* out, _searcher_info_* search,
                          bool* go_on);
 /** Whether a recording being written is of the search's stream and range; *out is then its full entry. */
