@@ -1,0 +1,100 @@
+"""Takes the figures of the table. Each is the list of a few samples, taken in turn with those that it is compared with."""
+
+import collections
+import json
+import os
+import re
+import subprocess
+import time
+
+from bench import counts
+from bench.machine import FFMPEG, MEDIA, PROGRAMS, WORK, Folder, make_movie, processor_seconds, run, say
+
+MEGABYTES = 150
+
+
+def record(figures, rounds):
+    """Row 1: processor seconds of recording, beside those of whole processes that copy the same bytes."""
+    movie = os.path.join(WORK, "movie.mp4")
+    make_movie(movie, MEGABYTES)
+    for round_number in range(-1, rounds):  # the first one warms caches
+        with Folder(in_memory=False) as folder:
+            commands = {
+                "ours": [f"{PROGRAMS}/record_bench", f"{folder}/card", MEDIA, str(MEGABYTES)],
+                "limit": ["cp", movie, f"{folder}/copy.mp4"],
+                "peer": [*FFMPEG, "-i", movie, "-c", "copy", "-f", "segment", "-segment_time", "60", f"{folder}/%03d.mp4"],
+            }
+            for role, command in commands.items():
+                seconds, output = processor_seconds(command)
+                if role == "ours":
+                    seconds = float(re.search(r"^recording: ([\d.]+) s$", output, re.MULTILINE).group(1))
+                if round_number >= 0:
+                    figures[1, "record", 0][role].append(seconds)
+
+
+def in_process(figures, rounds):
+    """Rows 3 to 9, by Google Benchmark, which takes the repetitions in random turn."""
+    for row in range(3, 10):
+        say(f"  row {row}")
+        with Folder(in_memory=True) as memory, Folder(in_memory=False) as disk:
+            results = os.path.join(memory, "results.json")
+            subprocess.run([f"{PROGRAMS}/ifs_bench", MEDIA, memory, disk, f"--benchmark_filter=^{row}/",
+                            f"--benchmark_repetitions={rounds}", "--benchmark_enable_random_interleaving=true",
+                            f"--benchmark_out={results}", "--benchmark_out_format=json"],
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+            with open(results, encoding="utf-8") as file:
+                take(figures, json.load(file)["benchmarks"])
+
+
+def take(figures, benchmarks):
+    for benchmark in benchmarks:
+        if benchmark.get("error_occurred"):
+            raise RuntimeError(f"{benchmark['name']}: {benchmark['error_message']}")
+        if benchmark["run_type"] == "iteration":
+            row, variant, role, size = benchmark["name"].split("/")[:4]
+            scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1}[benchmark["time_unit"]]
+            figures[int(row), variant, int(size)][role].append(benchmark["real_time"] * scale)
+
+
+def whole_processes(figures, rounds):
+    """The peers of rows 5 and 8, a process each."""
+    with Folder(in_memory=True) as folder:
+        processor_seconds([f"{PROGRAMS}/record_bench", f"{folder}/card", MEDIA, "1"])
+        recording = next(entry.path for entry in os.scandir(f"{folder}/card/files") if entry.name.startswith("Rec_"))
+        for round_number in range(-1, rounds):
+            probe = wall_seconds(["ffprobe", "-v", "error", "-show_format", "-show_streams", recording])
+            formats = {}
+            for gigabytes in (8, 128):
+                image = f"{folder}/image"
+                with open(image, "wb") as file:
+                    file.truncate(gigabytes * 10**9)
+                formats[gigabytes] = wall_seconds(["/sbin/mkfs.fat", "-F", "32", "-s", "128", image])
+                os.remove(image)
+            if round_number >= 0:
+                figures[5, "index lost", 16000]["peer"].append(probe)
+                for gigabytes, seconds in formats.items():
+                    figures[8, "format", gigabytes]["peer"].append(seconds)
+
+
+def wall_seconds(command):
+    begin = time.monotonic()
+    run(command)
+    return time.monotonic() - begin
+
+
+def measure(rounds):
+    figures = collections.defaultdict(lambda: collections.defaultdict(list))  # (row, variant, size) -> role -> samples
+    say("Recording, beside cp and ffmpeg")
+    record(figures, rounds)
+    say("Playing, mounting, searching, closing, formatting")
+    in_process(figures, rounds)
+    say("ffprobe and mkfs.fat")
+    whole_processes(figures, rounds)
+    say("Counting instructions, allocations and memory")
+    counted = counts.count()
+    counted.update(counts.count_growth())
+    figures[2, "instructions", 0]["ours"] = [counted["write: instructions a frame"]]
+    figures[2, "allocations", 0].update(ours=[counted["record: allocations in 4 minutes"]], limit=[0])
+    figures[10, "heap", 16000].update(ours=[counted["heap: bytes with 16,000 recordings"]], limit=[16000 * 124])
+    figures[10, "growth", 0].update(ours=[counted["heap: bytes left by 10,000 recordings"]], limit=[0])
+    return figures, counted

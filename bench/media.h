@@ -1,0 +1,54 @@
+/** Encoded frames to measure with: elementary streams of real video and sound, split as a camera hands them
+ * over. */
+#ifndef BENCH_MEDIA_H
+#define BENCH_MEDIA_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ifs.h"
+
+namespace bench
+{
+
+constexpr uint64_t FRAME_RATE = 25;
+constexpr uint64_t SECOND_US = 1000000;
+
+struct Frame {
+    _ifs_frame_type_ type;
+    char* data;
+    int length;
+    uint64_t pts_us;
+};
+
+/** Frames of both streams in the order of their times, and the bytes that they point into. */
+struct Media {
+    std::vector<char> video;
+    std::vector<char> audio;
+    std::vector<Frame> frames;
+
+    uint64_t Duration_us() const { return frames.back().pts_us + SECOND_US / FRAME_RATE; }
+};
+
+/** Throw std::runtime_error unless a condition holds. */
+void Require(bool condition, const char* what);
+
+/** Load FOLDER/NAME.h264 (Annex B, 25 frames per second, access unit delimiters) and FOLDER/NAME.aac (ADTS,
+ * 16 kHz). */
+Media Load_media(const std::string& folder, const std::string& name);
+
+/** Begin a recording of the main stream. @return its handle */
+int Create_recording(time_t start);
+
+struct Written {
+    uint64_t frames;
+    uint64_t bytes;
+};
+
+/** Write the frames, again and again, whose times lie between two times of the recording. */
+Written Write_frames(int fd, const Media& media, uint64_t end_us, uint64_t begin_us = 0);
+
+} // namespace bench
+
+#endif
