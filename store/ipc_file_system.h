@@ -1,6 +1,7 @@
 #ifndef IFS_STORE_IPC_FILE_SYSTEM_H
 #define IFS_STORE_IPC_FILE_SYSTEM_H
 
+#include <array>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -9,42 +10,23 @@
 
 #include "recfile/rec_file.h"
 #include "store/catalogue.h"
+#include "store/catalogue_index.h"
 #include "store/handle_table.h"
 #include "store/ifsdirectoryscaner.h"
+#include "store/index_search.h"
 #include "store/search.h"
-#include "util/calendar_time.h"
 
 constexpr unsigned long long IFS_FULL_FREE_LIMIT = 157286400;  ///< bytes; a create needs more than this free
 constexpr unsigned long long IFS_WRITE_FREE_LIMIT = 104857600; ///< bytes; writing needs more than this free
 constexpr int IFS_WRITE_CHECK_BYTES = 33554432;                ///< frame bytes between two checks of that
 constexpr int IFS_OVERLAP_REWRITE_COUNT = 100;                 ///< deletions between two index rewrites
+constexpr size_t IFS_STREAMS = 2;                              ///< that a recording can be of: main and sub
 constexpr int IFS_FILE_HANDLES = 32;
 constexpr int IFS_SEARCH_HANDLES = 8;
 constexpr int IFS_PATH_BYTES = 128; ///< of a caller's buffer for a full path
 
 /** Open record files by file handle, owned by the store. */
 using File_table = std::map<int, CIpcRecFile*>;
-
-/** Finds the entries of files in a stream's index list, whatever order the files come in, each entry once. */
-class Index_search
-{
-public:
-    /** Begin with a list, which is sorted and does not change before Take_found(). */
-    void Begin(Rec_file_list& list);
-    /** Find the first entry with this start that was not found before. @return whether there is one */
-    bool Find(const tm& start);
-    /** Move the entries that were found out of the list. @return them, sorted */
-    Rec_file_list Take_found(Rec_file_list& list);
-
-private:
-    struct Entry {
-        Tm_key start;
-        Rec_file_list::iterator place;
-        bool found;
-    };
-    std::vector<Entry> m_entries;
-    size_t m_next = 0; ///< behind the entry that was found last
-};
 
 /**
  * The record store: where the card is mounted, the catalogue, and what is open.
@@ -139,6 +121,7 @@ private:
     void Empty_catalogue();
     void Forget_everything();
     void Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_file_& rec);
+    void Add_sorted(_ifs_stream_type_ stream, const _ifs_rec_file_& rec);
     void Put_in_front_of_catalogue(_ifs_stream_type_ stream, Rec_file_list& recordings);
     void Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_list::iterator position);
     void Sort_catalogue(_ifs_stream_type_ stream);
@@ -161,14 +144,15 @@ private:
     std::string m_mount_point; ///< empty while not mounted
     std::map<_ifs_stream_type_, int> m_overlap_count_table;
     Rec_file_list_table m_rec_file_list_table;
+    std::array<Catalogue_index, IFS_STREAMS> m_catalogue_indexes; ///< by stream
     std::map<_ifs_stream_type_, int> m_unindexed_count_table;
     Rec_file_list_table m_index_list_table;
-    File_table m_recording_file_table;                              ///< owned
-    File_table m_playing_file_table;                                ///< owned
-    CIfsHandle* m_file_handle;                                      ///< owned
-    CIfsHandle* m_search_handle;                                    ///< owned
-    std::map<int, _searcher_info_*> m_searcher_table;               ///< owned
-    std::map<_ifs_stream_type_, Index_search> m_index_search_table; ///< empty but during a rebuild
+    File_table m_recording_file_table;                      ///< owned
+    File_table m_playing_file_table;                        ///< owned
+    CIfsHandle* m_file_handle;                              ///< owned
+    CIfsHandle* m_search_handle;                            ///< owned
+    std::map<int, _searcher_info_*> m_searcher_table;       ///< owned
+    std::array<Index_search, IFS_STREAMS> m_index_searches; ///< by stream, empty but during a rebuild
     mutable std::mutex m_table_guard;
 };
 

@@ -21,6 +21,7 @@ void CIpcFileSystem::Empty_catalogue()
     m_unindexed_count_table.clear();
     m_index_list_table.clear();
     m_rec_file_list_table.clear();
+    m_catalogue_indexes = {};
     m_overlap_count_table.clear();
 }
 
@@ -40,6 +41,22 @@ void CIpcFileSystem::Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_f
     m_rec_file_list_table[stream].push_back(rec);
 }
 
+void CIpcFileSystem::Add_sorted(_ifs_stream_type_ stream, const _ifs_rec_file_& rec)
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    Rec_file_list& list = m_rec_file_list_table[stream];
+    Catalogue_index& index = m_catalogue_indexes[stream];
+    const bool stays_sorted =
+        index.Ascends() && (list.empty() || Ifsm_tm_cmp(&list.back().start_tm, &rec.start_tm) < 0);
+    list.push_back(rec);
+    if (stays_sorted) {
+        index.Extend(list);
+    } else {
+        Ifs_sort_rec_file_list(list);
+        index.Reset(list);
+    }
+}
+
 void CIpcFileSystem::Put_in_front_of_catalogue(_ifs_stream_type_ stream, Rec_file_list& recordings)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
@@ -50,13 +67,16 @@ void CIpcFileSystem::Put_in_front_of_catalogue(_ifs_stream_type_ stream, Rec_fil
 void CIpcFileSystem::Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_list::iterator position)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
-    m_rec_file_list_table[stream].erase(position);
+    Rec_file_list& list = m_rec_file_list_table[stream];
+    m_catalogue_indexes[stream].Forget(list, position);
+    list.erase(position);
 }
 
 void CIpcFileSystem::Sort_catalogue(_ifs_stream_type_ stream)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
     Ifs_sort_rec_file_list(m_rec_file_list_table[stream]);
+    m_catalogue_indexes[stream].Reset(m_rec_file_list_table[stream]);
 }
 
 void CIpcFileSystem::Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file)

@@ -1,8 +1,6 @@
 #include <boost/bind/bind.hpp>
 
-#include <algorithm>
 #include <cstring>
-#include <iterator>
 
 #include "store/ipc_file_system.h"
 #include "util/calendar_time.h"
@@ -30,7 +28,7 @@ int CIpcFileSystem::Ifs_build_rec_file_list()
     for (const _ifs_stream_type_ stream : k_streams) {
         m_unindexed_count_table[stream] = 0;
         Ifs_load_index_file(stream, m_index_list_table[stream]);
-        m_index_search_table[stream].Begin(m_index_list_table[stream]);
+        m_index_searches[stream].Begin(m_index_list_table[stream]);
     }
     Ifsdc_scan_directory(m_mount_point.c_str(),
                          boost::bind(&CIpcFileSystem::Scan_record_file, this, boost::placeholders::_1,
@@ -75,7 +73,7 @@ _scan_dir_operation_ CIpcFileSystem::Scan_record_file(const char*, const char* n
         return SCAN_DIR_CONTINUE;
     }
     const _ifs_stream_type_ stream = named.rec.stream_type;
-    if (m_index_search_table[stream].Find(named.rec.start_tm)) {
+    if (m_index_searches[stream].Find(named.rec.start_tm)) {
         return SCAN_DIR_CONTINUE;
     }
     IFS_TRACE_TIMED("%s\n", name);
@@ -124,53 +122,11 @@ bool CIpcFileSystem::Is_being_recorded(const char* name) const
  */
 void CIpcFileSystem::Move_found_to_catalogue(_ifs_stream_type_ stream)
 {
-    Rec_file_list found = m_index_search_table[stream].Take_found(m_index_list_table[stream]);
-    m_index_search_table.erase(stream);
+    Rec_file_list found = m_index_searches[stream].Take_found(m_index_list_table[stream]);
     for (_ifs_rec_file_& rec : found) {
         rec.stream_type = stream; // whatever a damaged item says
     }
     if (!found.empty()) {
         Put_in_front_of_catalogue(stream, found);
     }
-}
-
-void Index_search::Begin(Rec_file_list& list)
-{
-    m_entries.clear();
-    m_entries.reserve(list.size());
-    for (auto it = list.begin(); it != list.end(); ++it) {
-        m_entries.push_back({Ifsm_tm_key(&it->start_tm), it, false});
-    }
-    m_next = 0;
-}
-
-bool Index_search::Find(const tm& start)
-{
-    const Tm_key key = Ifsm_tm_key(&start);
-    const auto end = m_entries.end();
-    auto entry = m_entries.begin() + static_cast<std::ptrdiff_t>(m_next);
-    // Directories hold runs of recordings in the order of their starts.
-    const bool follows =
-        m_next > 0 && entry != end && entry->start == key && !entry->found && std::prev(entry)->start != key;
-    if (!follows) {
-        entry = std::partition_point(m_entries.begin(), end, [&](const Entry& e) { return e.start < key; });
-        entry = std::find_if(entry, end, [&](const Entry& e) { return !e.found || e.start != key; });
-    }
-    if (entry == end || entry->start != key) {
-        return false;
-    }
-    entry->found = true;
-    m_next = static_cast<size_t>(entry - m_entries.begin()) + 1;
-    return true;
-}
-
-Rec_file_list Index_search::Take_found(Rec_file_list& list)
-{
-    Rec_file_list found;
-    for (const Entry& entry : m_entries) {
-        if (entry.found) {
-            found.splice(found.end(), list, entry.place);
-        }
-    }
-    return found;
 }

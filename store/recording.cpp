@@ -123,8 +123,7 @@ int CIpcFileSystem::Ifs_close(int fd, tm* end)
     IFS_ALWAYS("Close recording file(file name:%s)(end time:" IFS_TM_FORMAT ")(pEnd_tm:%p)\n", name.c_str(),
                IFS_TM_ARGS(info.rec.end_tm), static_cast<void*>(end));
     Ifs_append_index_file(info.rec.stream_type, &info.rec);
-    Add_to_catalogue(info.rec.stream_type, info.rec);
-    Sort_catalogue(info.rec.stream_type);
+    Add_sorted(info.rec.stream_type, info.rec);
     Close_file(m_recording_file_table, fd);
     return 0;
 }

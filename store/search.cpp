@@ -106,7 +106,9 @@ void CIpcFileSystem::For_each_match(_searcher_info_* search, Take_catalogued tak
     const auto found = m_rec_file_list_table.find(search->stream_type);
     if (found != m_rec_file_list_table.end()) {
         bool go_on = true;
-        for (auto it = found->second.begin(); go_on && it != found->second.end(); ++it) {
+        Rec_file_list& list = found->second;
+        auto it = m_catalogue_indexes[search->stream_type].Walk_from(list, search->start_tm);
+        for (; go_on && it != list.end(); ++it) {
             if (Ifs_is_suitable_rec(it, &rec, search, &go_on)) {
                 take_catalogued(rec);
             }

@@ -85,16 +85,8 @@ int Ifsm_utc_time_inc(tm* t, int seconds)
 
 int Ifsm_tm_cmp(const tm* a, const tm* b)
 {
-    if (const int order = Compare(a->tm_year, b->tm_year)) {
-        return order;
-    }
-    if (const int order = Compare(a->tm_mon, b->tm_mon)) {
-        return order;
-    }
-    if (const int order = Compare(a->tm_mday, b->tm_mday)) {
-        return order;
-    }
-    return Compare(Seconds_of_day(a), Seconds_of_day(b));
+    const int order = Ifsm_cmp_date(a, b);
+    return order != 0 ? order : Compare(Seconds_of_day(a), Seconds_of_day(b));
 }
 
 Tm_key Ifsm_tm_key(const tm* t)
@@ -104,9 +96,11 @@ Tm_key Ifsm_tm_key(const tm* t)
 
 int Ifsm_cmp_date(const tm* a, const tm* b)
 {
-    tm day_a = *a;
-    tm day_b = *b;
-    day_a.tm_sec = day_a.tm_min = day_a.tm_hour = 0;
-    day_b.tm_sec = day_b.tm_min = day_b.tm_hour = 0;
-    return Ifsm_tm_cmp(&day_a, &day_b);
+    if (const int order = Compare(a->tm_year, b->tm_year)) {
+        return order;
+    }
+    if (const int order = Compare(a->tm_mon, b->tm_mon)) {
+        return order;
+    }
+    return Compare(a->tm_mday, b->tm_mday);
 }

@@ -1,0 +1,61 @@
+#include "store/catalogue_index.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace
+{
+
+constexpr unsigned k_entries_a_mark = 64;
+
+} // namespace
+
+void Catalogue_index::Reset(Rec_file_list& list)
+{
+    m_marks.clear();
+    m_since_mark = 0;
+    m_ascends = Ifs_starts_ascend(list);
+    for (auto position = list.begin(); position != list.end(); ++position) {
+        Append(position);
+    }
+}
+
+void Catalogue_index::Extend(Rec_file_list& list)
+{
+    Append(std::prev(list.end()));
+}
+
+void Catalogue_index::Append(Rec_file_list::iterator position)
+{
+    const Tm_key end = Ifsm_tm_key(&position->end_tm);
+    if (m_marks.empty()) {
+        m_latest_end = end;
+    }
+    if (m_marks.empty() || m_since_mark == k_entries_a_mark) {
+        m_marks.push_back({position, m_latest_end});
+        m_since_mark = 0;
+    }
+    ++m_since_mark;
+    m_latest_end = std::max(m_latest_end, end);
+}
+
+void Catalogue_index::Forget(Rec_file_list& list, Rec_file_list::iterator position)
+{
+    for (Mark& mark : m_marks) {
+        if (mark.position == position) {
+            mark.position = std::next(position);
+        }
+    }
+    while (!m_marks.empty() && m_marks.back().position == list.end()) {
+        m_marks.pop_back();
+        m_since_mark = k_entries_a_mark; // the next entry gets a mark
+    }
+}
+
+Rec_file_list::iterator Catalogue_index::Walk_from(Rec_file_list& list, const tm& t) const
+{
+    const Tm_key wanted = Ifsm_tm_key(&t);
+    const auto too_late = std::partition_point(m_marks.begin(), m_marks.end(),
+                                               [&](const Mark& mark) { return mark.latest_end < wanted; });
+    return too_late == m_marks.begin() ? list.begin() : std::prev(too_late)->position;
+}
