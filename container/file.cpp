@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -56,14 +55,18 @@ void discard_from(int fd, uint64_t offset)
     static_cast<void>(ignored);
 }
 
-void sync_folder_of(const char* path)
+std::string folder_of(const char* path)
 {
     std::string folder(path);
     size_t slash = folder.rfind('/');
     if (slash == std::string::npos)
-        folder = ".";
-    else
-        folder.resize(std::max<size_t>(slash, 1));
+        return ".";
+    folder.resize(std::max<size_t>(slash, 1));
+    return folder;
+}
+
+void sync_folder(const std::string& folder)
+{
     Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd)
         fsync(fd.get());

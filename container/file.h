@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "container/bytes.h"
 
@@ -39,11 +40,13 @@ bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset);
 /** Take back a write that failed. Bytes that even that leaves are overwritten by the next write there. */
 void discard_from(int fd, uint64_t offset);
 
+std::string folder_of(const char* path);
+
 /**
- * Make the names of a file's folder durable, where the file system can do that. On FAT all of the allocation
- * table goes with them, but neither the file's bytes nor its size.
+ * Make the names of a folder durable, where the file system can do that. On FAT all of the allocation
+ * table goes with them, but neither the bytes of its files nor their sizes.
  */
-void sync_folder_of(const char* path);
+void sync_folder(const std::string& folder);
 
 /**
  * Give a file the space up to end; its size stays. Once a sync has made that durable, writes in there need no

@@ -78,7 +78,7 @@ void finish(int fd, const char* path, Movie& movie, uint64_t file_end)
     if (ftruncate(fd, static_cast<off_t>(file_end)) != 0)
         return;
     if (reserve_space(fd, file_end + movie.tables.moov_bound(0)))
-        sync_folder_of(path);
+        sync_folder(folder_of(path));
     finish_file(fd, movie, file_end);
 }
 

@@ -99,6 +99,19 @@ void Track::append(const Sample& sample)
     ++count;
 }
 
+void Tables::reserve()
+{
+    constexpr size_t samples = 16384;
+    constexpr size_t fragments = 1024;
+    for (Track& track : tracks) {
+        track.sizes.reserve(samples);
+        track.durations.reserve(samples);
+        track.chunks.reserve(fragments);
+    }
+    tracks[video_track].keys.reserve(fragments);
+    exact.order.reserve(2 * samples);
+}
+
 void Tables::make_room(const Fragment& fragment)
 {
     for (int i = 0; i < track_count; ++i) {

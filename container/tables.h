@@ -97,6 +97,8 @@ struct Tables {
     ExactTables exact;
 
     uint64_t count() const { return uint64_t{tracks[video_track].count} + tracks[audio_track].count; }
+    /** Get the memory that a recording of some minutes needs. */
+    void reserve();
     /** Get the memory that append() needs for a fragment; after it append() cannot fail. */
     void make_room(const Fragment& fragment);
     /** Add a fragment whose samples follow the last ones in time. */

@@ -47,10 +47,12 @@ std::unique_ptr<Writer> Writer::create(const char* path, const kt_mfile_info_t& 
     return writer;
 }
 
-Writer::Writer(Fd fd, const char* path, const kt_mfile_info_t& info) : m_fd(std::move(fd)), m_path(path)
+Writer::Writer(Fd fd, const char* path, const kt_mfile_info_t& info)
+    : m_fd(std::move(fd)), m_folder(folder_of(path))
 {
     m_movie.info = info;
     m_payload.resize(header_room);
+    m_movie.tables.reserve();
 }
 
 bool Writer::write(int kind, const Pieces& frame, uint32_t timestamp)
@@ -278,7 +280,7 @@ void Writer::secure(uint64_t end)
 {
     if (end <= m_secured_end || !reserve(end + spare_bytes))
         return;
-    sync_folder_of(m_path.c_str());
+    sync_folder(m_folder);
     m_secured_end = m_reserved_end;
 }
 
@@ -291,7 +293,7 @@ void Writer::secure(uint64_t end)
 bool Writer::sync()
 {
     if (m_file_end > m_secured_end)
-        sync_folder_of(m_path.c_str());
+        sync_folder(m_folder);
     reserve(m_file_end + 2 * (m_file_end - m_synced_end) + spare_bytes);
     if (fdatasync(m_fd.get()) != 0)
         return false;

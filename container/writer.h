@@ -60,7 +60,7 @@ private:
     bool sync();
 
     Fd m_fd;
-    std::string m_path;
+    std::string m_folder; /**< that the file lies in */
     Movie m_movie;
     bool m_started = false;
     Clock m_clocks[track_count];
