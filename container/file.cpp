@@ -150,6 +150,16 @@ bool Source::read(uint64_t offset, uint8_t* out, size_t size)
     return size <= m_size && offset <= m_size - size && read_some(offset, out, size) == size;
 }
 
+bool Source::read_on(uint64_t offset, uint8_t* out, size_t size)
+{
+    const uint8_t* data = size <= window_bytes ? at(offset, size) : nullptr;
+    // What lies behind the piece may be what could not be read.
+    if (!data)
+        return read(offset, out, size);
+    std::copy_n(data, size, out);
+    return true;
+}
+
 bool next_box(Source& source, uint64_t& pos, uint64_t end, Box& box)
 {
     if (pos > end || end - pos < 8)

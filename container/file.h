@@ -84,6 +84,8 @@ public:
     const uint8_t* at(uint64_t offset, size_t size);
     /** Copy size bytes. @return false: past the end, I/O error */
     bool read(uint64_t offset, uint8_t* out, size_t size);
+    /** As read(), for small pieces that lie one behind the other. */
+    bool read_on(uint64_t offset, uint8_t* out, size_t size);
 
 private:
     size_t read_some(uint64_t offset, uint8_t* out, size_t size);
@@ -93,7 +95,7 @@ private:
     bool m_failed = false;
     uint64_t m_window_offset = 0;
     size_t m_window_size = 0;
-    uint8_t m_window[window_bytes] = {};
+    uint8_t m_window[window_bytes]; // m_window_size of them count
 };
 
 /** One box of a file: its type and the range of its content. */

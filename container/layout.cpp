@@ -74,17 +74,10 @@ void put_header_entry(Bytes& out, const AdtsRun& run)
     put_zeros(out, exact_header_bytes - 5 - AdtsHeader::max_size);
 }
 
-void put_order(Bytes& out, const std::vector<bool>& order)
+void put_order(Bytes& out, const FrameOrder& order)
 {
     put32(out, static_cast<uint32_t>(order.size()));
-    uint32_t byte = 0;
-    for (size_t i = 0; i < order.size(); ++i) {
-        byte = byte << 1 | (order[i] ? 1 : 0);
-        if (i % 8 == 7)
-            put8(out, byte);
-    }
-    if (order.size() % 8 != 0)
-        put8(out, byte << (8 - order.size() % 8));
+    put_bytes(out, order.bits().data(), order.bits().size());
 }
 
 void put_exact(Bytes& out, const ExactTables& exact)

@@ -46,6 +46,36 @@ public:
         m_ok = m_ok && entries <= left() / entry_bytes;
         return m_ok ? entries : 0;
     }
+    /** Hand entries of so many bytes to a function, as long as they can be read. */
+    template <class Function>
+    void each(size_t entries, size_t entry_bytes, Function function)
+    {
+        while (m_ok && entries > 0) {
+            size_t some = std::min(entries, Source::window_bytes / entry_bytes);
+            const uint8_t* entry = bytes(some * entry_bytes);
+            for (size_t i = 0; entry && i < some; ++i)
+                function(entry + i * entry_bytes);
+            entries -= some;
+        }
+    }
+    /** A count and then that many numbers, in one read since these are the longest tables. */
+    void list(std::vector<uint32_t>& numbers)
+    {
+        numbers.resize(count(4));
+        auto* data = reinterpret_cast<uint8_t*>(numbers.data());
+        m_ok = m_ok && m_source.read(m_pos, data, numbers.size() * 4);
+        m_pos += numbers.size() * 4;
+        for (uint32_t& number : numbers)
+            number = be32(reinterpret_cast<const uint8_t*>(&number));
+    }
+    /** A count of entries and then these, each read by a function. */
+    template <class Entry, class Function>
+    void list(std::vector<Entry>& entries, size_t entry_bytes, Function read_entry)
+    {
+        entries.resize(count(entry_bytes));
+        Entry* next = entries.data();
+        each(entries.size(), entry_bytes, [&](const uint8_t* entry) { *next++ = read_entry(entry); });
+    }
 
 private:
     template <size_t size>
@@ -100,33 +130,24 @@ bool parse_exact(Source& source, const Box& box, ExactTables& exact)
     Fields fields(source, behind_uuid(box));
     bool ascend = true;
     for (auto& anchors : exact.anchors) {
-        uint32_t count = fields.count(8);
-        anchors.resize(count);
-        for (Anchor& anchor : anchors) {
-            anchor.sample = fields.u32();
-            anchor.offset_ms = fields.u32();
-        }
+        fields.list(anchors, 8, [](const uint8_t* entry) { return Anchor{be32(entry), be32(entry + 4)}; });
         ascend = ascend && samples_ascend(anchors);
     }
-    exact.headers.resize(fields.count(exact_header_bytes));
-    for (AdtsRun& run : exact.headers) {
-        run.sample = fields.u32();
-        uint32_t size = fields.u8();
-        run.header.size = size == 7 || size == 9 ? static_cast<uint8_t>(size) : 0;
-        if (const uint8_t* bytes = fields.bytes(AdtsHeader::max_size))
-            std::memcpy(run.header.bytes, bytes, AdtsHeader::max_size);
-        fields.skip(exact_header_bytes - 5 - AdtsHeader::max_size);
-    }
+    fields.list(exact.headers, exact_header_bytes, [](const uint8_t* entry) {
+        AdtsRun run;
+        run.sample = be32(entry);
+        run.header.size = entry[4] == 7 || entry[4] == 9 ? entry[4] : 0;
+        std::memcpy(run.header.bytes, entry + 5, AdtsHeader::max_size);
+        return run;
+    });
     uint32_t frames = fields.u32();
     if (!fields.ok() || frames > fields.left() * 8 || !ascend || !samples_ascend(exact.headers))
         return false;
-    exact.order.resize(frames);
-    uint32_t byte = 0;
-    for (uint32_t i = 0; i < frames; ++i) {
-        byte = i % 8 == 0 ? fields.u8() : byte << 1;
-        exact.order[i] = (byte & 0x80) != 0;
-    }
-    return fields.ok();
+    Bytes order(frames / 8 + (frames % 8 != 0));
+    if (!source.read(fields.pos(), order.data(), order.size()))
+        return false;
+    exact.order = FrameOrder(frames, std::move(order));
+    return true;
 }
 
 bool parse_info(Source& source, const Box& box, ParsedMovie& movie)
@@ -329,11 +350,7 @@ bool TrackParser::parse_runs(const Box& box, std::vector<Run>& runs)
 {
     Fields fields(m_source, box);
     fields.skip(4);
-    runs.resize(fields.count(8));
-    for (Run& run : runs) {
-        run.count = fields.u32();
-        run.value = fields.u32();
-    }
+    fields.list(runs, 8, [](const uint8_t* entry) { return Run{be32(entry), be32(entry + 4)}; });
     return fields.ok();
 }
 
@@ -342,9 +359,9 @@ bool TrackParser::parse_keys(const Box& box)
     Fields fields(m_source, box);
     fields.skip(4);
     m_track.all_keys = false;
-    m_track.keys.resize(fields.count(4));
+    fields.list(m_track.keys);
     for (uint32_t& key : m_track.keys)
-        key = fields.u32() - 1;
+        --key;
     return fields.ok() && std::is_sorted(m_track.keys.begin(), m_track.keys.end());
 }
 
@@ -357,10 +374,8 @@ bool TrackParser::parse_sizes(const Box& box)
         m_track.count = fields.u32();
         return fields.ok() && m_track.count <= m_source.size() / m_track.constant_size;
     }
-    m_track.count = fields.count(4);
-    m_track.sizes.resize(m_track.count);
-    for (uint32_t& size : m_track.sizes)
-        size = fields.u32();
+    fields.list(m_track.sizes);
+    m_track.count = static_cast<uint32_t>(m_track.sizes.size());
     return fields.ok();
 }
 
@@ -368,9 +383,9 @@ bool TrackParser::parse_offsets(const Box& box, bool wide)
 {
     Fields fields(m_source, box);
     fields.skip(4);
-    m_track.chunks.resize(fields.count(wide ? 8 : 4));
-    for (Chunk& chunk : m_track.chunks)
-        chunk = {wide ? fields.u64() : fields.u32(), 0};
+    fields.list(m_track.chunks, wide ? 8 : 4, [=](const uint8_t* entry) {
+        return Chunk{wide ? be64(entry) : be32(entry), 0};
+    });
     return fields.ok();
 }
 
@@ -378,12 +393,9 @@ bool TrackParser::parse_chunk_counts(const Box& box)
 {
     Fields fields(m_source, box);
     fields.skip(4);
-    m_chunk_counts.resize(fields.count(12));
-    for (ChunkCount& entry : m_chunk_counts) {
-        entry.first_chunk = fields.u32();
-        entry.samples = fields.u32();
-        fields.skip(4);
-    }
+    fields.list(m_chunk_counts, 12, [](const uint8_t* entry) {
+        return ChunkCount{be32(entry), be32(entry + 4)};
+    });
     return fields.ok();
 }
 
@@ -424,18 +436,17 @@ bool parse_run(Source& source, const Box& box, bool video, std::vector<Sample>& 
         return false;
     uint32_t count = fields.u32();
     fields.skip(4); // data offset: all video, then all audio
-    if (!fields.ok() || count > fields.left() / (video ? video_trun_entry_bytes : audio_trun_entry_bytes))
+    size_t entry_bytes = video ? video_trun_entry_bytes : audio_trun_entry_bytes;
+    if (!fields.ok() || count > fields.left() / entry_bytes)
         return false;
-    samples.resize(count);
-    for (Sample& sample : samples) {
-        uint32_t duration = fields.u32();
-        sample.size = fields.u32();
-        sample.key = video && fields.u32() == key_sample_flags;
-        sample.decode_time = time;
-        sample.show_time =
-            time + (video ? static_cast<uint64_t>(int64_t{static_cast<int32_t>(fields.u32())}) : 0);
-        time += duration;
-    }
+    samples.reserve(count);
+    fields.each(count, entry_bytes, [&](const uint8_t* entry) {
+        bool key = video && be32(entry + 8) == key_sample_flags;
+        uint32_t show_offset = video ? be32(entry + 12) : 0;
+        samples.push_back({be32(entry + 4), key, time,
+                           time + static_cast<uint64_t>(int64_t{static_cast<int32_t>(show_offset)})});
+        time += be32(entry);
+    });
     return fields.ok() && count > 0;
 }
 

@@ -234,16 +234,16 @@ void Reader::rewind()
 /** The track of the next frame, -1 at the end: in the order of writing, else of decoding. */
 int Reader::next_track() const
 {
-    const std::vector<bool>& order = m_movie.tables.exact.order;
+    const FrameOrder& order = m_movie.tables.exact.order;
     const TrackCursor& video = m_cursors[video_track];
     const TrackCursor& audio = m_cursors[audio_track];
     if (video.at_end())
         return audio.at_end() ? -1 : static_cast<int>(audio_track);
     if (audio.at_end())
         return video_track;
-    bool audio_next =
-        m_frame < order.size() ? order[m_frame] : audio.decode_time_ms() < video.decode_time_ms();
-    return audio_next ? audio_track : video_track;
+    if (m_frame < order.size())
+        return order.track(m_frame);
+    return audio.decode_time_ms() < video.decode_time_ms() ? audio_track : video_track;
 }
 
 void Reader::step(int track)
@@ -278,10 +278,8 @@ bool Reader::grow()
         return false;
     rewind();
     m_frame = frame;
-    for (int i = 0; i < track_count; ++i) {
-        while (m_cursors[i].sample() < samples[i])
-            m_cursors[i].next();
-    }
+    for (int i = 0; i < track_count; ++i)
+        m_cursors[i].skip_to(samples[i]);
     std::lock_guard<std::mutex> lock(m_info_mutex);
     m_movie.info.duration = m_movie.duration_ms();
     return true;
@@ -377,22 +375,39 @@ int Reader::read_audio(const TrackCursor& cursor, char* buf, size_t capacity)
     if (cursor.size() + header.size > capacity)
         return failure;
     auto* out = reinterpret_cast<uint8_t*>(buf);
-    if (!m_source.read(cursor.offset(), out + header.size, cursor.size()))
+    if (!m_source.read_on(cursor.offset(), out + header.size, cursor.size()))
         return failure;
     if (header.size > 0)
         header.rebuild(cursor.size(), out);
     return static_cast<int>(cursor.size() + header.size);
 }
 
+/** Pass frames from the first one on that lie in front of a sample of each track, where their order is known.
+ */
+void Reader::pass(const uint32_t (&samples)[track_count])
+{
+    uint32_t left[track_count] = {samples[video_track], samples[audio_track]};
+    m_frame = m_movie.tables.exact.order.pass(left);
+    for (int i = 0; i < track_count; ++i)
+        m_cursors[i].skip_to(samples[i] - left[i]);
+}
+
 bool Reader::seek(uint32_t offset_ms)
 {
     if (m_info_only)
         return false;
+    auto earlier = [&](uint64_t time) { return time < m_first_time || time - m_first_time < offset_ms; };
     rewind();
+    uint32_t samples[track_count] = {};
+    for (int i = 0; i < track_count; ++i) {
+        TrackCursor cursor = m_cursors[i];
+        cursor.skip_while(earlier);
+        samples[i] = cursor.sample();
+    }
+    pass(samples);
     for (int track = next_track(); track >= 0; track = next_track()) {
-        uint64_t time = m_cursors[track].show_time_ms();
-        if (time >= m_first_time && time - m_first_time >= offset_ms)
-            return true;
+        if (!earlier(m_cursors[track].show_time_ms()))
+            break;
         step(track);
     }
     return true;

@@ -1,6 +1,7 @@
 #include "container/tables.h"
 
 #include <algorithm>
+#include <bitset>
 #include <limits>
 
 namespace ifs_mp4
@@ -34,6 +35,42 @@ void keep_entries(std::vector<Entry>& entries, size_t samples)
 
 } // namespace
 
+FrameOrder::FrameOrder(size_t frames, Bytes bits) : m_frames(frames), m_bits(std::move(bits))
+{
+    m_bits.resize((frames + 7) / 8);
+    if (frames % 8 != 0)
+        m_bits.back() = static_cast<uint8_t>(m_bits.back() & 0xff00 >> frames % 8);
+}
+
+void FrameOrder::push(int track)
+{
+    if (m_frames % 8 == 0)
+        m_bits.push_back(0);
+    m_bits.back() = static_cast<uint8_t>(m_bits.back() | track << (7 - m_frames % 8));
+    ++m_frames;
+}
+
+void FrameOrder::clear()
+{
+    m_frames = 0;
+    m_bits.clear();
+}
+
+size_t FrameOrder::pass(uint32_t (&left)[track_count]) const
+{
+    size_t frame = 0;
+    for (; m_frames - frame >= 32; frame += 32) {
+        auto audio = static_cast<uint32_t>(std::bitset<32>(be32(m_bits.data() + frame / 8)).count());
+        if (audio > left[audio_track] || 32 - audio > left[video_track])
+            break;
+        left[audio_track] -= audio;
+        left[video_track] -= 32 - audio;
+    }
+    for (; frame < m_frames && left[track(frame)] > 0; ++frame)
+        --left[track(frame)];
+    return frame;
+}
+
 void ExactTables::clear()
 {
     for (auto& list : anchors)
@@ -59,13 +96,13 @@ void Fragment::keep(const size_t (&samples_of)[track_count])
         keep_entries(exact.anchors[i], samples_of[i]);
     }
     keep_entries(exact.headers, samples_of[audio_track]);
-    std::vector<bool> order;
-    for (bool is_audio : exact.order) {
-        size_t& left_of_track = left[is_audio ? audio_track : video_track];
-        if (left_of_track == 0)
+    FrameOrder order;
+    for (size_t frame = 0; frame < exact.order.size(); ++frame) {
+        int track = exact.order.track(frame);
+        if (left[track] == 0)
             continue;
-        --left_of_track;
-        order.push_back(is_audio);
+        --left[track];
+        order.push(track);
     }
     exact.order = std::move(order);
 }
@@ -99,6 +136,16 @@ void Track::append(const Sample& sample)
     ++count;
 }
 
+uint64_t Track::bytes(uint32_t sample, uint32_t samples) const
+{
+    if (sizes.empty())
+        return uint64_t{samples} * constant_size;
+    uint64_t sum = 0;
+    for (uint32_t i = 0; i < samples; ++i)
+        sum += sizes[sample + i];
+    return sum;
+}
+
 void Tables::reserve()
 {
     constexpr size_t samples = 16384;
@@ -109,7 +156,7 @@ void Tables::reserve()
         track.chunks.reserve(fragments);
     }
     tracks[video_track].keys.reserve(fragments);
-    exact.order.reserve(2 * samples);
+    exact.order.make_room(2 * samples);
 }
 
 void Tables::make_room(const Fragment& fragment)
@@ -124,7 +171,7 @@ void Tables::make_room(const Fragment& fragment)
         make_room_in(exact.anchors[i], fragment.exact.anchors[i].size());
     }
     make_room_in(exact.headers, fragment.exact.headers.size());
-    make_room_in(exact.order, fragment.exact.order.size());
+    exact.order.make_room(fragment.exact.order.size());
 }
 
 void Tables::append(const Fragment& fragment, uint64_t payload_offset)
@@ -140,8 +187,8 @@ void Tables::append(const Fragment& fragment, uint64_t payload_offset)
             tracks[i].append(sample);
         payload_offset += fragment.payload_size(i);
     }
-    for (bool is_audio : fragment.exact.order)
-        exact.order.push_back(is_audio);
+    for (size_t frame = 0; frame < fragment.exact.order.size(); ++frame)
+        exact.order.push(fragment.exact.order.track(frame));
 }
 
 uint64_t Tables::moov_bound(size_t pending) const
@@ -178,9 +225,14 @@ int Movie::duration_ms() const
     return static_cast<int>(std::min<uint64_t>(end, std::numeric_limits<int>::max()));
 }
 
-void RunCursor::next()
+uint32_t RunCursor::left() const
 {
-    ++m_done;
+    return m_run < m_runs->size() ? (*m_runs)[m_run].count - m_done : std::numeric_limits<uint32_t>::max();
+}
+
+void RunCursor::skip(uint32_t count)
+{
+    m_done += count;
     skip_finished();
 }
 
@@ -206,14 +258,14 @@ bool TrackCursor::at_end() const
 
 uint32_t TrackCursor::size() const
 {
-    return m_track->sizes.empty() ? m_track->constant_size : m_track->sizes[m_sample];
+    return m_track->size(m_sample);
 }
 
-uint64_t TrackCursor::show_time_ms() const
+uint64_t TrackCursor::show_time_ms(uint64_t decode_time) const
 {
     auto offset = static_cast<int32_t>(m_show_offsets.value());
-    bool before_zero = offset < 0 && m_decode_time < uint64_t{0} - static_cast<uint64_t>(int64_t{offset});
-    return before_zero ? 0 : m_track->to_ms(m_decode_time + static_cast<uint64_t>(int64_t{offset}));
+    bool before_zero = offset < 0 && decode_time < uint64_t{0} - static_cast<uint64_t>(int64_t{offset});
+    return before_zero ? 0 : m_track->to_ms(decode_time + static_cast<uint64_t>(int64_t{offset}));
 }
 
 uint32_t TrackCursor::timestamp_ms() const
@@ -228,15 +280,32 @@ bool TrackCursor::is_key() const
     return m_track->all_keys || (m_key < keys.size() && keys[m_key] == m_sample);
 }
 
-void TrackCursor::next()
+uint32_t TrackCursor::run() const
 {
-    m_decode_time += m_durations.value();
-    m_durations.next();
-    m_show_offsets.next();
-    m_chunk_bytes += size();
-    ++m_chunk_done;
-    ++m_sample;
+    // Times in ms do not overflow up to twice this.
+    constexpr uint64_t max_time = uint64_t{1} << 53;
+    uint32_t in_chunk = std::min(m_track->count - m_sample, m_track->chunks[m_chunk].count - m_chunk_done);
+    uint32_t count = std::min(in_chunk, std::min(m_durations.left(), m_show_offsets.left()));
+    bool ascend = m_decode_time <= max_time && uint64_t{count - 1} * m_durations.value() <= max_time;
+    return ascend ? count : 1;
+}
+
+void TrackCursor::skip(uint32_t count)
+{
+    m_decode_time += uint64_t{count} * m_durations.value();
+    m_durations.skip(count);
+    m_show_offsets.skip(count);
+    m_chunk_done += count;
+    if (m_chunk_done < m_track->chunks[m_chunk].count)
+        m_chunk_bytes += m_track->bytes(m_sample, count);
+    m_sample += count;
     skip_finished();
+}
+
+void TrackCursor::skip_to(uint32_t sample)
+{
+    while (m_sample < sample && !at_end())
+        skip(std::min(run(), sample - m_sample));
 }
 
 void TrackCursor::skip_finished()

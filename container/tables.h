@@ -30,12 +30,37 @@ struct AdtsRun {
     AdtsHeader header;
 };
 
+/** The track of each frame in the order of writing, as a file has it: a bit a frame, the first in bit 7. */
+class FrameOrder
+{
+public:
+    FrameOrder() = default;
+    /** @param bits  of that many frames, at least */
+    FrameOrder(size_t frames, Bytes bits);
+
+    size_t size() const { return m_frames; }
+    const Bytes& bits() const { return m_bits; }
+    int track(size_t frame) const { return m_bits[frame / 8] >> (7 - frame % 8) & 1; }
+    void make_room(size_t frames) { make_room_in(m_bits, frames / 8 + 1); }
+    void push(int track);
+    void clear();
+    /**
+     * Pass the first frames, up to one of a track of which none is left to pass.
+     * @return frames passed; left is then what was not
+     */
+    size_t pass(uint32_t (&left)[track_count]) const;
+
+private:
+    size_t m_frames = 0;
+    Bytes m_bits; /**< 0 behind the last frame */
+};
+
 /** What the standard tables cannot say about a recording: exact timestamps, ADTS headers, order of writing.
  */
 struct ExactTables {
     std::vector<Anchor> anchors[track_count];
     std::vector<AdtsRun> headers;
-    std::vector<bool> order; /**< one entry a frame of either track: whether it is audio */
+    FrameOrder order;
 
     void clear();
 };
@@ -88,6 +113,9 @@ struct Track {
     std::vector<Chunk> chunks;
 
     uint64_t to_ms(uint64_t time) const { return timescale == 1000 ? time : time * 1000 / timescale; }
+    uint32_t size(uint32_t sample) const { return sizes.empty() ? constant_size : sizes[sample]; }
+    /** Bytes of some samples in a row. */
+    uint64_t bytes(uint32_t sample, uint32_t samples) const;
     void append(const Sample& sample);
 };
 
@@ -129,7 +157,10 @@ class RunCursor
 public:
     explicit RunCursor(const std::vector<Run>& runs) : m_runs(&runs) { skip_finished(); }
     uint32_t value() const { return m_run < m_runs->size() ? (*m_runs)[m_run].value : 0; }
-    void next();
+    /** Samples that have the value, from this one on. */
+    uint32_t left() const;
+    /** Step over samples, at most left(). */
+    void skip(uint32_t count);
 
 private:
     void skip_finished();
@@ -151,12 +182,33 @@ public:
     uint64_t offset() const { return m_track->chunks[m_chunk].offset + m_chunk_bytes; }
     uint64_t decode_time_ms() const { return m_track->to_ms(m_decode_time); }
     /** When the sample is shown, ms. */
-    uint64_t show_time_ms() const;
+    uint64_t show_time_ms() const { return show_time_ms(m_decode_time); }
     uint32_t timestamp_ms() const;
     bool is_key() const;
-    void next();
+    void next() { skip(1); }
+    /** Step to a sample that lies behind this one, or to the end. */
+    void skip_to(uint32_t sample);
+    /** Step to the first sample, from this one on, that is not earlier than a time: earlier(show time, ms).
+     */
+    template <class Earlier>
+    void skip_while(Earlier earlier)
+    {
+        while (!at_end()) {
+            uint32_t count = run();
+            if (!earlier(show_time_ms(m_decode_time + uint64_t{count - 1} * m_durations.value())))
+                break;
+            skip(count);
+        }
+        while (!at_end() && earlier(show_time_ms()))
+            next();
+    }
 
 private:
+    uint64_t show_time_ms(uint64_t decode_time) const;
+    /** Samples, from this one on, that lie one behind the other and are shown at even, ascending times. */
+    uint32_t run() const;
+    /** Step over samples, at most run(). */
+    void skip(uint32_t count);
     void skip_finished();
 
     const Track* m_track;

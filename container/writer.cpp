@@ -172,7 +172,7 @@ void Writer::make_room(size_t video_bytes, size_t audio_bytes)
     make_room_in(m_payload, std::max(video_bytes, first));
     make_room_in(m_audio, audio_bytes);
     make_room_in(m_fragment.exact.headers, 1);
-    make_room_in(m_fragment.exact.order, 1);
+    m_fragment.exact.order.make_room(1);
     for (int i = 0; i < track_count; ++i) {
         make_room_in(m_fragment.samples[i], 1);
         make_room_in(m_fragment.exact.anchors[i], 1);
@@ -189,7 +189,7 @@ void Writer::append(int track, uint32_t size, bool key, uint32_t timestamp, uint
     if (anchors.empty() || anchors.back().offset_ms != offset)
         anchors.push_back({static_cast<uint32_t>(samples.size()), offset});
     samples.push_back({size, key, time, time});
-    m_fragment.exact.order.push_back(track == audio_track);
+    m_fragment.exact.order.push(track);
 
     Clock& clock = m_clocks[track];
     clock = {true, timestamp, time, std::max(clock.newest_time, time)};
