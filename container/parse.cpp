@@ -370,6 +370,7 @@ bool TrackParser::parse_sizes(const Box& box)
     Fields fields(m_source, box);
     fields.skip(4);
     m_track.constant_size = fields.u32();
+    m_track.sizes.clear();
     if (m_track.constant_size > 0) {
         m_track.count = fields.u32();
         return fields.ok() && m_track.count <= m_source.size() / m_track.constant_size;

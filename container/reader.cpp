@@ -207,7 +207,10 @@ bool Reader::load_complete()
 
 bool Reader::load_recording(Box& moov)
 {
-    return find_recording(m_source, moov) && parse_moov(m_source, moov, false, m_movie) && m_movie.recording;
+    if (!find_recording(m_source, moov) || !parse_moov(m_source, moov, false, m_movie))
+        return false;
+    m_movie.tables = {}; // it has no samples in front of its fragments
+    return m_movie.recording;
 }
 
 void Reader::describe()

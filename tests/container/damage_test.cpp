@@ -172,6 +172,37 @@ TEST(Damage, FragmentThatSpeaksOfSamplesBeyondItsOwnIsNotTaken)
     EXPECT_EQ(load(path).size(), bytes.size()) << "it was finished with tables that no reader takes";
 }
 
+TEST(Damage, ASecondTableOfSizesReplacesTheFirst)
+{
+    Folder folder;
+    const Frames frames = only_video(shoot({1, "160x120"}));
+    record(folder.file(), frames);
+    std::string bytes = load(folder.file());
+    const size_t moov = bytes.rfind("mvhd");
+    const size_t keys = bytes.find("stss", moov);
+    const size_t chunk_counts = bytes.find("stsc", moov);
+    const size_t end = bytes.find("uuid", chunk_counts) - 4;
+    // One key frame, the first: 4096 samples of 1 byte, as the last box of the track.
+    const std::string same_size("\0\0\0\x14stsz\0\0\0\0\0\0\0\1\0\0\x10\0", 20);
+    ASSERT_EQ(chunk_counts - keys, same_size.size());
+    bytes.insert(end, same_size);
+    bytes.erase(keys - 4, same_size.size());
+    bytes.replace(bytes.find("stsc", moov) + 16, 4, std::string("\0\0\x10\0", 4)); // samples of a chunk
+    save(folder.file(), bytes);
+    EXPECT_EQ(read_damaged(folder.file()), 0u);
+}
+
+TEST(Damage, SamplesInFrontOfTheFragmentsAreNone)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    std::string bytes = recorded.interrupted;
+    bytes.replace(bytes.find("stsz") + 8, 8, std::string("\0\0\0\1\0\0\0\x63", 8)); // 99 of 1 byte
+    save(folder.file("cut.mp4"), bytes);
+    EXPECT_EQ(read_back(folder.file("cut.mp4")), recorded.frames);
+    EXPECT_EQ(read_back(folder.file("cut.mp4")), recorded.frames) << "as it was finished";
+}
+
 TEST(Damage, WhatIsNoMp4IsNotOpened)
 {
     Folder folder;
