@@ -32,15 +32,15 @@ constexpr bool tests_blocks = true;
 #else
 constexpr bool tests_blocks = false;
 #endif
-constexpr size_t block_bytes = 128;
+constexpr size_t block_bytes = 256;
 
 /** Whether a byte of a block and its successor are zero, which a NAL unit hardly ever has. */
 bool has_zero_pair(const uint8_t* block)
 {
-    uint8_t found = 0;
+    uint8_t least = 0xff;
     for (size_t i = 0; i < block_bytes; ++i)
-        found |= static_cast<uint8_t>((block[i] | block[i + 1]) == 0);
-    return found != 0;
+        least = std::min(least, static_cast<uint8_t>(block[i] | block[i + 1]));
+    return least == 0;
 }
 
 const uint8_t* find_in(const uint8_t* p, const uint8_t* end)
