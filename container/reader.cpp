@@ -385,31 +385,29 @@ int Reader::read_audio(const TrackCursor& cursor, char* buf, size_t capacity)
     return static_cast<int>(cursor.size() + header.size);
 }
 
-/** Pass frames from the first one on that lie in front of a sample of each track, where their order is known.
+/** Pass frames from the first one on that lie in front of cursors, as far as the order of writing is known.
  */
-void Reader::pass(const uint32_t (&samples)[track_count])
+void Reader::pass(const TrackCursor (&cursors)[track_count])
 {
-    uint32_t left[track_count] = {samples[video_track], samples[audio_track]};
+    uint32_t left[track_count] = {cursors[video_track].sample(), cursors[audio_track].sample()};
     m_frame = m_movie.tables.exact.order.pass(left);
-    for (int i = 0; i < track_count; ++i)
-        m_cursors[i].skip_to(samples[i] - left[i]);
+    for (int i = 0; i < track_count; ++i) {
+        if (left[i] == 0)
+            m_cursors[i] = cursors[i];
+        else
+            m_cursors[i].skip_to(cursors[i].sample() - left[i]);
+    }
 }
 
 bool Reader::seek(uint32_t offset_ms)
 {
     if (m_info_only)
         return false;
-    auto earlier = [&](uint64_t time) { return time < m_first_time || time - m_first_time < offset_ms; };
     rewind();
-    uint32_t samples[track_count] = {};
-    for (int i = 0; i < track_count; ++i) {
-        TrackCursor cursor = m_cursors[i];
-        cursor.skip_while(earlier);
-        samples[i] = cursor.sample();
-    }
-    pass(samples);
+    pass({m_cursors[video_track].find(m_first_time, offset_ms),
+          m_cursors[audio_track].find(m_first_time, offset_ms)});
     for (int track = next_track(); track >= 0; track = next_track()) {
-        if (!earlier(m_cursors[track].show_time_ms()))
+        if (is_behind(m_cursors[track].show_time_ms(), m_first_time, offset_ms))
             break;
         step(track);
     }

@@ -225,47 +225,36 @@ int Movie::duration_ms() const
     return static_cast<int>(std::min<uint64_t>(end, std::numeric_limits<int>::max()));
 }
 
-uint32_t RunCursor::left() const
+uint64_t SampleClock::show_time_ms(uint32_t ahead) const
 {
-    return m_run < m_runs->size() ? (*m_runs)[m_run].count - m_done : std::numeric_limits<uint32_t>::max();
+    uint64_t time = m_decode_time + uint64_t{ahead} * m_durations.value();
+    auto offset = static_cast<int32_t>(m_show_offsets.value());
+    bool before_zero = offset < 0 && time < uint64_t{0} - static_cast<uint64_t>(int64_t{offset});
+    return before_zero ? 0 : m_track->to_ms(time + static_cast<uint64_t>(int64_t{offset}));
 }
 
-void RunCursor::skip(uint32_t count)
+uint32_t SampleClock::run() const
 {
-    m_done += count;
-    skip_finished();
+    // Times in ms do not overflow up to twice this.
+    constexpr uint64_t max_time = uint64_t{1} << 53;
+    uint32_t count = alike();
+    bool ascend = m_decode_time <= max_time && uint64_t{count - 1} * m_durations.value() <= max_time;
+    return ascend ? count : 1;
 }
 
-void RunCursor::skip_finished()
+void SampleClock::skip(uint32_t count)
 {
-    while (m_run < m_runs->size() && m_done >= (*m_runs)[m_run].count) {
-        ++m_run;
-        m_done = 0;
+    while (count > 0) {
+        uint32_t some = std::min(count, alike());
+        skip_alike(some);
+        count -= some;
     }
 }
 
 TrackCursor::TrackCursor(const Track& track, const std::vector<Anchor>& anchors)
-    : m_track(&track), m_anchors(&anchors), m_durations(track.durations), m_show_offsets(track.show_offsets),
-      m_decode_time(track.start_time)
+    : m_track(&track), m_anchors(&anchors), m_clock(track)
 {
     skip_finished();
-}
-
-bool TrackCursor::at_end() const
-{
-    return m_sample >= m_track->count || m_chunk >= m_track->chunks.size();
-}
-
-uint32_t TrackCursor::size() const
-{
-    return m_track->size(m_sample);
-}
-
-uint64_t TrackCursor::show_time_ms(uint64_t decode_time) const
-{
-    auto offset = static_cast<int32_t>(m_show_offsets.value());
-    bool before_zero = offset < 0 && decode_time < uint64_t{0} - static_cast<uint64_t>(int64_t{offset});
-    return before_zero ? 0 : m_track->to_ms(decode_time + static_cast<uint64_t>(int64_t{offset}));
 }
 
 uint32_t TrackCursor::timestamp_ms() const
@@ -280,32 +269,52 @@ bool TrackCursor::is_key() const
     return m_track->all_keys || (m_key < keys.size() && keys[m_key] == m_sample);
 }
 
-uint32_t TrackCursor::run() const
-{
-    // Times in ms do not overflow up to twice this.
-    constexpr uint64_t max_time = uint64_t{1} << 53;
-    uint32_t in_chunk = std::min(m_track->count - m_sample, m_track->chunks[m_chunk].count - m_chunk_done);
-    uint32_t count = std::min(in_chunk, std::min(m_durations.left(), m_show_offsets.left()));
-    bool ascend = m_decode_time <= max_time && uint64_t{count - 1} * m_durations.value() <= max_time;
-    return ascend ? count : 1;
-}
-
-void TrackCursor::skip(uint32_t count)
-{
-    m_decode_time += uint64_t{count} * m_durations.value();
-    m_durations.skip(count);
-    m_show_offsets.skip(count);
-    m_chunk_done += count;
-    if (m_chunk_done < m_track->chunks[m_chunk].count)
-        m_chunk_bytes += m_track->bytes(m_sample, count);
-    m_sample += count;
-    skip_finished();
-}
-
 void TrackCursor::skip_to(uint32_t sample)
 {
-    while (m_sample < sample && !at_end())
-        skip(std::min(run(), sample - m_sample));
+    uint32_t from = m_sample;
+    place(std::min(sample, m_track->count));
+    m_clock.skip(m_sample - from);
+}
+
+void TrackCursor::place(uint32_t sample)
+{
+    while (m_sample < sample && !at_end()) {
+        uint32_t in_chunk = m_track->chunks[m_chunk].count;
+        uint32_t count = std::min(sample - m_sample, in_chunk - m_chunk_done);
+        m_chunk_done += count;
+        if (m_chunk_done < in_chunk)
+            m_chunk_bytes += m_track->bytes(m_sample, count);
+        m_sample += count;
+        skip_finished();
+    }
+}
+
+TrackCursor TrackCursor::find(uint64_t begin_ms, uint64_t distance_ms) const
+{
+    uint64_t in_chunks = m_sample - m_chunk_done;
+    for (size_t chunk = m_chunk; chunk < m_track->chunks.size(); ++chunk)
+        in_chunks += m_track->chunks[chunk].count;
+    auto end = static_cast<uint32_t>(std::min<uint64_t>(in_chunks, m_track->count));
+    TrackCursor found = *this;
+    uint32_t sample = m_sample;
+    uint32_t count = 0;
+    for (; sample < end; sample += count) {
+        count = std::min(found.m_clock.run(), end - sample);
+        if (is_behind(found.m_clock.show_time_ms(count - 1), begin_ms, distance_ms))
+            break;
+        found.m_clock.skip_alike(count);
+    }
+    uint32_t ahead = 0;
+    for (uint32_t behind = sample < end ? count - 1 : 0; ahead < behind;) {
+        uint32_t middle = ahead + (behind - ahead) / 2;
+        if (is_behind(found.m_clock.show_time_ms(middle), begin_ms, distance_ms))
+            behind = middle;
+        else
+            ahead = middle + 1;
+    }
+    found.m_clock.skip(ahead);
+    found.place(sample + ahead);
+    return found;
 }
 
 void TrackCursor::skip_finished()

@@ -2,7 +2,9 @@
 #ifndef CONTAINER_TABLES_H
 #define CONTAINER_TABLES_H
 
+#include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "container/bytes.h"
@@ -158,17 +160,70 @@ public:
     explicit RunCursor(const std::vector<Run>& runs) : m_runs(&runs) { skip_finished(); }
     uint32_t value() const { return m_run < m_runs->size() ? (*m_runs)[m_run].value : 0; }
     /** Samples that have the value, from this one on. */
-    uint32_t left() const;
+    uint32_t left() const
+    {
+        return m_run < m_runs->size() ? (*m_runs)[m_run].count - m_done
+                                      : std::numeric_limits<uint32_t>::max();
+    }
     /** Step over samples, at most left(). */
-    void skip(uint32_t count);
+    void skip(uint32_t count)
+    {
+        m_done += count;
+        skip_finished();
+    }
 
 private:
-    void skip_finished();
+    void skip_finished()
+    {
+        while (m_run < m_runs->size() && m_done >= (*m_runs)[m_run].count) {
+            ++m_run;
+            m_done = 0;
+        }
+    }
 
     const std::vector<Run>* m_runs;
     size_t m_run = 0;
     uint32_t m_done = 0;
 };
+
+/** The times of a sample; walks over the samples of a track. */
+class SampleClock
+{
+public:
+    explicit SampleClock(const Track& track)
+        : m_track(&track), m_durations(track.durations), m_show_offsets(track.show_offsets),
+          m_decode_time(track.start_time)
+    {
+    }
+    uint64_t decode_time_ms() const { return m_track->to_ms(m_decode_time); }
+    /** When the sample is shown that is so many samples ahead, fewer than run(), ms. */
+    uint64_t show_time_ms(uint32_t ahead = 0) const;
+    /** Samples, from this one on, that are shown at even, ascending times; there may be fewer in the track.
+     */
+    uint32_t run() const;
+    /** Step over samples, at most run(). */
+    void skip_alike(uint32_t count)
+    {
+        m_decode_time += uint64_t{count} * m_durations.value();
+        m_durations.skip(count);
+        m_show_offsets.skip(count);
+    }
+    void skip(uint32_t count);
+
+private:
+    uint32_t alike() const { return std::min(m_durations.left(), m_show_offsets.left()); }
+
+    const Track* m_track;
+    RunCursor m_durations;
+    RunCursor m_show_offsets;
+    uint64_t m_decode_time;
+};
+
+/** Whether a time lies that far behind another. */
+inline bool is_behind(uint64_t time, uint64_t begin, uint64_t distance)
+{
+    return time >= begin && time - begin >= distance;
+}
 
 /** Walks over the samples of a track, which does not change meanwhile. */
 class TrackCursor
@@ -176,52 +231,36 @@ class TrackCursor
 public:
     TrackCursor(const Track& track, const std::vector<Anchor>& anchors);
 
-    bool at_end() const;
+    bool at_end() const { return m_sample >= m_track->count || m_chunk >= m_track->chunks.size(); }
     uint32_t sample() const { return m_sample; }
-    uint32_t size() const;
+    uint32_t size() const { return m_track->size(m_sample); }
     uint64_t offset() const { return m_track->chunks[m_chunk].offset + m_chunk_bytes; }
-    uint64_t decode_time_ms() const { return m_track->to_ms(m_decode_time); }
+    uint64_t decode_time_ms() const { return m_clock.decode_time_ms(); }
     /** When the sample is shown, ms. */
-    uint64_t show_time_ms() const { return show_time_ms(m_decode_time); }
+    uint64_t show_time_ms() const { return m_clock.show_time_ms(); }
     uint32_t timestamp_ms() const;
     bool is_key() const;
-    void next() { skip(1); }
+    void next() { skip_to(m_sample + 1); }
     /** Step to a sample that lies behind this one, or to the end. */
     void skip_to(uint32_t sample);
-    /** Step to the first sample, from this one on, that is not earlier than a time: earlier(show time, ms).
+    /** @return at the first sample, from this one on, that is shown so far behind begin, or else at the end
      */
-    template <class Earlier>
-    void skip_while(Earlier earlier)
-    {
-        while (!at_end()) {
-            uint32_t count = run();
-            if (!earlier(show_time_ms(m_decode_time + uint64_t{count - 1} * m_durations.value())))
-                break;
-            skip(count);
-        }
-        while (!at_end() && earlier(show_time_ms()))
-            next();
-    }
+    TrackCursor find(uint64_t begin_ms, uint64_t distance_ms) const;
 
 private:
-    uint64_t show_time_ms(uint64_t decode_time) const;
-    /** Samples, from this one on, that lie one behind the other and are shown at even, ascending times. */
-    uint32_t run() const;
-    /** Step over samples, at most run(). */
-    void skip(uint32_t count);
+    /** Step to a sample as skip_to(), but for its times. */
+    void place(uint32_t sample);
     void skip_finished();
 
     const Track* m_track;
     const std::vector<Anchor>* m_anchors;
+    SampleClock m_clock;
     uint32_t m_sample = 0;
     size_t m_chunk = 0;
     uint32_t m_chunk_done = 0;
     uint64_t m_chunk_bytes = 0;
-    RunCursor m_durations;
-    RunCursor m_show_offsets;
     size_t m_key = 0;
     size_t m_anchor = 0;
-    uint64_t m_decode_time;
 };
 
 /** The entry that holds for a sample: the last one that begins at or before it; walks on from entry. */

@@ -1,6 +1,8 @@
 // Clocks that do not simply run on.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/container/camera.h"
 
 using namespace camera;
@@ -13,6 +15,20 @@ Frames shifted(Frames frames, size_t from, unsigned by)
 {
     for (size_t i = from; i < frames.size(); ++i)
         frames[i].timestamp += by;
+    return frames;
+}
+
+/** 25 pictures I b b P b b P ... come as I P b b P b b ... */
+Frames shoot_b_frames(bool audio)
+{
+    Frames frames = shoot({4, "320x240", "bframes=2:b-adapt=0:scenecut=0:b-pyramid=none", audio});
+    unsigned i = 0;
+    for (Frame& frame : frames) {
+        if (frame.kind == KT_MP4_AUDIO)
+            continue;
+        frame.timestamp = 40 * (i % 25 == 0 ? i : i % 25 % 3 == 1 ? i + 2 : i - 1);
+        ++i;
+    }
     return frames;
 }
 
@@ -110,11 +126,7 @@ TEST(Timestamps, AudioThatBeginsLaterStaysInStep)
 TEST(Timestamps, BFramesAreShownInTheirOrder)
 {
     Folder folder;
-    Frames frames = shoot({4, "320x240", "bframes=2:b-adapt=0:scenecut=0:b-pyramid=none", false});
-    // 25 pictures I b b P b b P ... come as I P b b P b b ...
-    for (unsigned i = 0; i < frames.size(); ++i)
-        frames[i].timestamp = 40 * (i % 25 == 0 ? i : i % 25 % 3 == 1 ? i + 2 : i - 1);
-
+    const Frames frames = shoot_b_frames(false);
     EXPECT_EQ(recorded_duration(folder.file(), frames), 4000);
     std::string shown =
         run("ffprobe -v error -show_entries frame=pts -of default=nk=1:nw=1 " + folder.file());
@@ -122,4 +134,26 @@ TEST(Timestamps, BFramesAreShownInTheirOrder)
     for (int i = 0; i < 100; ++i)
         expected += std::to_string(40 * i) + "\n";
     EXPECT_EQ(shown, expected);
+}
+
+TEST(Timestamps, SeekFindsTheFirstFrameInTheOrderOfWritingWhateverTheClock)
+{
+    Frames uneven = shoot();
+    for (size_t i = 0; i < uneven.size(); ++i)
+        uneven[i].timestamp += i * i % 11;
+    for (const Frames& frames : {uneven, shoot_b_frames(true), shifted(shoot_b_frames(false), 60, 2000)}) {
+        Folder folder;
+        record(folder.file(), frames);
+        Mp4 file(folder.file(), KT_MP4_READ);
+        for (unsigned offset = 0; offset < 6200; offset += 7) {
+            auto expected = std::find_if(frames.begin(), frames.end(),
+                                         [&](const Frame& f) { return f.timestamp >= offset; });
+            Frame frame{};
+            ASSERT_EQ(file.seek(offset), 0);
+            ASSERT_EQ(file.read(frame) > 0, expected != frames.end()) << offset;
+            if (expected != frames.end()) {
+                ASSERT_EQ(frame, *expected) << offset;
+            }
+        }
+    }
 }
