@@ -10,17 +10,17 @@ bool Ifs_rec_file_sort(_ifs_rec_file_& a, _ifs_rec_file_& b)
     return Ifsm_tm_cmp(&a.start_tm, &b.start_tm) != 1;
 }
 
-bool Ifs_starts_ascend(Rec_file_list& list)
+bool Ifs_sort_rec_file_list(Rec_file_list& list)
 {
-    const auto not_before = [](_ifs_rec_file_& a, _ifs_rec_file_& b) { return Ifs_rec_file_sort(b, a); };
-    return std::adjacent_find(list.begin(), list.end(), not_before) == list.end();
-}
-
-void Ifs_sort_rec_file_list(Rec_file_list& list)
-{
-    if (!Ifs_starts_ascend(list)) {
-        list.sort([](_ifs_rec_file_& a, _ifs_rec_file_& b) { return Ifs_rec_file_sort(a, b); });
+    const auto ascends = [&list] {
+        const auto not_before = [](_ifs_rec_file_& a, _ifs_rec_file_& b) { return Ifs_rec_file_sort(b, a); };
+        return std::adjacent_find(list.begin(), list.end(), not_before) == list.end();
+    };
+    if (ascends()) {
+        return true;
     }
+    list.sort([](_ifs_rec_file_& a, _ifs_rec_file_& b) { return Ifs_rec_file_sort(a, b); });
+    return ascends();
 }
 
 void Ifs_rec_file_info_init(_ifs_rec_file_* rec)

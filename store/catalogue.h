@@ -13,11 +13,12 @@ using Rec_file_list_table = std::map<_ifs_stream_type_, Rec_file_list>;
 /** Order of a stream's list: true when a starts no later than b. */
 bool Ifs_rec_file_sort(_ifs_rec_file_& a, _ifs_rec_file_& b);
 
-/** Whether each entry of a list starts in a later second than the one before it. */
-bool Ifs_starts_ascend(Rec_file_list& list);
-
-/** Sort a list by start time; those that start in the same second come out in reverse. */
-void Ifs_sort_rec_file_list(Rec_file_list& list);
+/**
+ * Sort a list by start time; those that start in the same second come out in reverse.
+ *
+ * @return whether each entry starts in a later second than the one before it
+ */
+bool Ifs_sort_rec_file_list(Rec_file_list& list);
 
 /** Set an entry to its defaults: what is unknown is 255 in a byte, -1 in a size, else 0. */
 void Ifs_rec_file_info_init(_ifs_rec_file_* rec);

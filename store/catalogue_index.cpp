@@ -10,11 +10,10 @@ constexpr unsigned k_entries_a_mark = 64;
 
 } // namespace
 
-void Catalogue_index::Reset(Rec_file_list& list)
+void Catalogue_index::Sort(Rec_file_list& list)
 {
+    m_ascends = Ifs_sort_rec_file_list(list);
     m_marks.clear();
-    m_since_mark = 0;
-    m_ascends = Ifs_starts_ascend(list);
     for (auto position = list.begin(); position != list.end(); ++position) {
         Append(position);
     }

@@ -13,8 +13,8 @@
 class Catalogue_index
 {
 public:
-    /** The list was sorted. */
-    void Reset(Rec_file_list& list);
+    /** Sort the list. */
+    void Sort(Rec_file_list& list);
     /** The list's last entry was added, and starts in a later second than the others. */
     void Extend(Rec_file_list& list);
     /** The list is about to lose an entry. */

@@ -152,6 +152,7 @@ private:
     CIfsHandle* m_file_handle;                              ///< owned
     CIfsHandle* m_search_handle;                            ///< owned
     std::map<int, _searcher_info_*> m_searcher_table;       ///< owned
+    std::string m_scanned_name;                             ///< that a rebuild is looking at
     std::array<Index_search, IFS_STREAMS> m_index_searches; ///< by stream, empty but during a rebuild
     mutable std::mutex m_table_guard;
 };

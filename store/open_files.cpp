@@ -52,8 +52,7 @@ void CIpcFileSystem::Add_sorted(_ifs_stream_type_ stream, const _ifs_rec_file_& 
     if (stays_sorted) {
         index.Extend(list);
     } else {
-        Ifs_sort_rec_file_list(list);
-        index.Reset(list);
+        index.Sort(list);
     }
 }
 
@@ -75,8 +74,7 @@ void CIpcFileSystem::Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_li
 void CIpcFileSystem::Sort_catalogue(_ifs_stream_type_ stream)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
-    Ifs_sort_rec_file_list(m_rec_file_list_table[stream]);
-    m_catalogue_indexes[stream].Reset(m_rec_file_list_table[stream]);
+    m_catalogue_indexes[stream].Sort(m_rec_file_list_table[stream]);
 }
 
 void CIpcFileSystem::Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file)

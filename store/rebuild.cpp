@@ -63,7 +63,8 @@ _scan_dir_operation_ CIpcFileSystem::Scan_record_file(const char*, const char* n
 {
     _rec_file_info_ named{};
     named.info_mask = REC_INFO_NAME;
-    if (CIpcRecFile::SIrf_get_rec_info(name, &named) != 0) {
+    m_scanned_name = name; // in the memory of the last one
+    if (CIpcRecFile::SIrf_get_rec_info(m_scanned_name, &named) != 0) {
         if (Is_older_naming(name)) {
             Store_shared(gCard_fs_version, 1);
         }

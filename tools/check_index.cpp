@@ -177,5 +177,5 @@ void write_index(const std::string& path, const std::vector<_ifs_rec_file_>& ent
         remove(beside.c_str());
         throw;
     }
-    ifs_mp4::sync_folder_of(path.c_str());
+    ifs_mp4::sync_folder(ifs_mp4::folder_of(path.c_str()));
 }

@@ -36,7 +36,7 @@ TEST(CatalogueIndex, LeavesNoMatchOutOfASearchWhateverComesAndGoes)
     };
     Rec_file_list list;
     Catalogue_index index;
-    index.Reset(list);
+    index.Sort(list);
     for (int step = 0, start = 0; step < 5000; ++step) {
         if (!list.empty() && below(100) < 45) {
             const int at = below(10) == 0 ? below(static_cast<int>(list.size())) : 0; // the oldest, as a rule
