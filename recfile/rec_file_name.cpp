@@ -168,11 +168,8 @@ int CIpcRecFile::SIrf_is_base_fn(const std::string& fn)
 
 int CIpcRecFile::SIrf_is_media_suffix(const std::string& fn)
 {
-    const size_t dot = fn.find('.');
-    if (dot == std::string::npos || !SIrf_is_mp4_type()) {
-        return -1;
-    }
-    return fn.compare(dot, std::string::npos, k_media_suffix) == 0 ? 0 : -1;
+    const char* const dot = strchr(fn.c_str(), '.');
+    return dot != nullptr && SIrf_is_mp4_type() && strcmp(dot, k_media_suffix) == 0 ? 0 : -1;
 }
 
 int CIpcRecFile::SIrf_is_media_fn(const std::string& fn)

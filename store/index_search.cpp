@@ -7,8 +7,8 @@ void Index_search::Begin(Rec_file_list& list)
 {
     m_entries.clear();
     m_entries.reserve(list.size());
-    for (auto it = list.begin(); it != list.end(); ++it) {
-        m_entries.push_back({Ifsm_tm_key(&it->start_tm), it, false});
+    for (const _ifs_rec_file_& rec : list) {
+        m_entries.push_back({Ifsm_tm_key(&rec.start_tm), false});
     }
     m_next = 0;
 }
@@ -36,10 +36,13 @@ bool Index_search::Find(const tm& start)
 Rec_file_list Index_search::Take_found(Rec_file_list& list)
 {
     Rec_file_list found;
+    auto position = list.begin();
     for (const Entry& entry : m_entries) {
+        const auto next = std::next(position);
         if (entry.found) {
-            found.splice(found.end(), list, entry.place);
+            found.splice(found.end(), list, position);
         }
+        position = next;
     }
     std::vector<Entry>().swap(m_entries);
     return found;

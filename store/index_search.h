@@ -20,11 +20,10 @@ public:
 private:
     struct Entry {
         Tm_key start;
-        Rec_file_list::iterator place;
         bool found;
     };
-    std::vector<Entry> m_entries;
-    size_t m_next = 0; ///< behind the entry that was found last
+    std::vector<Entry> m_entries; ///< as in the list
+    size_t m_next = 0;            ///< behind the entry that was found last
 };
 
 #endif

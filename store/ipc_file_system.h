@@ -117,6 +117,8 @@ public:
 private:
     /* open_files.cpp: the guarded state */
     std::string Mount_point() const;
+    /** @return whether the store is mounted, at a path that fits in */
+    bool Copy_mount_point(char* path, size_t size) const;
     void Set_mount_point(const std::string& dir);
     void Empty_catalogue();
     void Forget_everything();

@@ -1,5 +1,8 @@
 #include <sys/mount.h>
 
+#include <array>
+#include <climits>
+
 #include "device/os_adapter.h"
 #include "store/ipc_file_system.h"
 #include "util/log.h"
@@ -66,8 +69,8 @@ int CIpcFileSystem::Ifs_format()
 
 int CIpcFileSystem::Ifs_get_fs_size(unsigned long long* total, unsigned long long* free)
 {
-    const std::string dir = Mount_point();
-    if (dir.empty() || Ifsod_get_fs_size(dir.c_str(), total, free) != 0) {
+    std::array<char, PATH_MAX> dir; // asked for while recording, which allocates nothing
+    if (!Copy_mount_point(dir.data(), dir.size()) || Ifsod_get_fs_size(dir.data(), total, free) != 0) {
         return -1;
     }
     Store_shared(gHave_got_fs_size, 1);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstring>
 
 #include "store/ipc_file_system.h"
 #include "util/calendar_time.h"
@@ -7,6 +8,16 @@ std::string CIpcFileSystem::Mount_point() const
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
     return m_mount_point;
+}
+
+bool CIpcFileSystem::Copy_mount_point(char* path, size_t size) const
+{
+    const std::lock_guard<std::mutex> held(m_table_guard);
+    const bool fits = !m_mount_point.empty() && m_mount_point.size() < size;
+    if (fits) {
+        strcpy(path, m_mount_point.c_str());
+    }
+    return fits;
 }
 
 void CIpcFileSystem::Set_mount_point(const std::string& dir)
