@@ -118,10 +118,10 @@ void Register_mount(const Folders& folders)
         Order order;
     } ORDERS[] = {{"in order", Order::CREATION}, {"rotated", Order::ROTATED}, {"shuffled", Order::SHUFFLED}};
     for (const int recordings : {1000, 4000, 16000}) {
-        for (const auto& [name, order] : ORDERS) {
-            const auto folder = [=] { return Full_card(folders, name, recordings, order, false); };
-            Register(4, name, Role::OURS, recordings, 5, [=] { return Intact(folder(), recordings); });
-            Register(4, name, Role::LIMIT, recordings, 5, [=] { return Intact_limit(folder()); });
+        for (const auto& kind : ORDERS) {
+            const auto folder = [=] { return Full_card(folders, kind.name, recordings, kind.order, false); };
+            Register(4, kind.name, Role::OURS, recordings, 5, [=] { return Intact(folder(), recordings); });
+            Register(4, kind.name, Role::LIMIT, recordings, 5, [=] { return Intact_limit(folder()); });
         }
         const auto folder = [=] { return Full_card(folders, "content", recordings, Order::CREATION, true); };
         Register(5, "index lost", Role::OURS, recordings, 2, [=] { return Lost(folder(), recordings); });
