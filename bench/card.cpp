@@ -1,8 +1,11 @@
 #include "bench/card.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -99,6 +102,16 @@ void Make_files(const std::string& folder, std::vector<std::string> names, const
     }
 }
 
+void Read_whole(const std::string& path)
+{
+    static std::array<char, 65536> buffer;
+    const int fd = open(path.c_str(), O_RDONLY);
+    Require(fd >= 0, "cannot read an index file");
+    while (read(fd, buffer.data(), buffer.size()) > 0) {
+    }
+    close(fd);
+}
+
 } // namespace
 
 Card::Card(const std::string& folder, unsigned long long bytes)
@@ -138,6 +151,31 @@ std::string Card::Path(const std::string& name) const
     return std::string(hostcard_mount_point()) + "/" + name;
 }
 
+void Card::Read_directory_and_indexes() const
+{
+    DIR* directory = opendir(Path("").c_str());
+    Require(directory != nullptr, "cannot list the card");
+    while (readdir(directory) != nullptr) {
+    }
+    closedir(directory);
+    Read_whole(Path(MAIN_INDEX));
+    Read_whole(Path(SUB_INDEX));
+}
+
+size_t Search(time_t begin, time_t end)
+{
+    static std::array<_ifs_rec_file_, 100> portion;
+    tm begin_tm, end_tm;
+    const int handle = Ifsi_find_open(gmtime_r(&begin, &begin_tm), gmtime_r(&end, &end_tm), IFS_STREAM_MAIN);
+    Require(handle > 0, "cannot search");
+    size_t count = 0;
+    while (const int got = Ifsi_find_next(handle, static_cast<int>(portion.size()), portion.data())) {
+        count += static_cast<size_t>(got);
+    }
+    Ifsi_find_close(handle);
+    return count;
+}
+
 std::vector<std::string> Recording_names(int recordings)
 {
     std::vector<std::string> names;
@@ -164,7 +202,7 @@ Sample_recording Make_sample_recording(const std::string& folder)
     }
     Ifsi_close(fd, nullptr);
     return {Read(card.Path(Recording_names(2).front())),
-            Read(card.Path("system_index_main")).substr(sizeof INDEX_MAGIC - 1)};
+            Read(card.Path(MAIN_INDEX)).substr(sizeof INDEX_MAGIC - 1)};
 }
 
 void Make_full_card(const std::string& folder, int recordings, Order order, const std::string& content)
@@ -173,8 +211,8 @@ void Make_full_card(const std::string& folder, int recordings, Order order, cons
     const Card card(folder);
     const std::string files = hostcard_mount_point();
     Make_files(files, In_order(Recording_names(recordings), order), content);
-    Write_index(files + "/system_index_main", sample.index_item, recordings, false);
-    Write_index(files + "/system_index_sub", sample.index_item, recordings, true);
+    Write_index(files + "/" + MAIN_INDEX, sample.index_item, recordings, false);
+    Write_index(files + "/" + SUB_INDEX, sample.index_item, recordings, true);
 }
 
 } // namespace bench

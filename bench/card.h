@@ -26,7 +26,16 @@ public:
     unsigned long Wait() const;
 
     std::string Path(const std::string& name) const;
+    /** The least that a mount has to do. */
+    void Read_directory_and_indexes() const;
 };
+
+constexpr char MAIN_INDEX[] = "system_index_main";
+constexpr char SUB_INDEX[] = "system_index_sub";
+
+/** Search the main stream of the mounted card and fetch the results in portions. @return how many there are
+ */
+size_t Search(time_t begin, time_t end);
 
 constexpr time_t FIRST_START = 1778328000; ///< 2026-05-09 12:00:00 UTC
 constexpr time_t RECORDING_S = 300;        ///< length of a catalogued recording, each follows the last one

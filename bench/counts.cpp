@@ -6,8 +6,6 @@
  * RESULTS gets a line "NAME VALUE" a count. Instructions are callgrind's to tell: it dumps them under such
  * names.
  */
-#include <dirent.h>
-#include <fcntl.h>
 #include <malloc.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -17,7 +15,6 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fstream>
@@ -144,23 +141,11 @@ void Count_bytes(const Paths& paths, Results& results)
     results.Put("record/bytes written a byte", (Bytes_written() - before) / static_cast<double>(span.bytes));
 }
 
-int Open_first()
-{
-    tm start_tm;
-    const int fd = Ifsi_open_v2(gmtime_r(&FIRST_START, &start_tm), IFS_STREAM_MAIN);
-    Require(fd > 0, "cannot open a recording");
-    return fd;
-}
-
 /** @return frames read */
 int Play(int fd)
 {
-    static std::array<char, 1 << 20> buffer;
     int frames = 0;
-    int payload_offset, payload_len, frame_offset, frame_len, time;
-    _ifs_frame_type_ type;
-    while (Ifsi_read(fd, buffer.data(), static_cast<int>(buffer.size()), &payload_offset, &payload_len,
-                     &frame_offset, &frame_len, &type, &time) > 0) {
+    while (Read_frame(fd) > 0) {
         ++frames;
     }
     return frames;
@@ -177,7 +162,7 @@ void Count_playback(const Paths& paths, Results& results)
 {
     const auto card = Mounted(paths.Fresh("play"));
     Record(Load_media(paths.media, "main"), MINUTE_US);
-    const int fd = Open_first();
+    const int fd = Open_recording(FIRST_START);
     const unsigned read = hostcard_count(HOSTCARD_READ);
     const int frames = Play(fd);
     results.Put("play/reads a frame", (hostcard_count(HOSTCARD_READ) - read) / static_cast<double>(frames));
@@ -243,27 +228,11 @@ void Write_instructions(const Paths& paths, Results& results)
     results.Put("write/frames", static_cast<double>(span.frames));
     results.Put("write/bytes", static_cast<double>(span.bytes));
     Ifsi_close(fd, nullptr);
-    const int playback = Open_first();
+    const int playback = Open_recording(FIRST_START);
     int frames = 0;
     Count_instructions("play", [&] { frames = Play(playback); });
     results.Put("play/frames", frames);
     Ifsi_close(playback, nullptr);
-}
-
-void Read_directory_and_indexes(const Card& card)
-{
-    static std::array<char, 65536> buffer;
-    DIR* directory = opendir(card.Path("").c_str());
-    Require(directory != nullptr, "cannot list the card");
-    while (readdir(directory) != nullptr) {
-    }
-    closedir(directory);
-    for (const char* index : {"system_index_main", "system_index_sub"}) {
-        const int fd = open(card.Path(index).c_str(), O_RDONLY);
-        while (read(fd, buffer.data(), buffer.size()) > 0) {
-        }
-        close(fd);
-    }
 }
 
 void Mount_instructions(const Paths& paths)
@@ -287,24 +256,10 @@ void Mount_instructions(const Paths& paths)
             Count_instructions(std::string("mount stand-in ") + name + size,
                                [&] { mount("/dev/hd/sda1", hostcard_mount_point(), "vfat", 0, nullptr); });
             Count_instructions(std::string("mount limit ") + name + size,
-                               [&] { Read_directory_and_indexes(card); });
+                               [&] { card.Read_directory_and_indexes(); });
             umount(hostcard_mount_point());
         }
     }
-}
-
-size_t Search(time_t begin, time_t length_s)
-{
-    static std::array<_ifs_rec_file_, 100> found;
-    const time_t end = begin + length_s;
-    tm begin_tm, end_tm;
-    const int handle = Ifsi_find_open(gmtime_r(&begin, &begin_tm), gmtime_r(&end, &end_tm), IFS_STREAM_MAIN);
-    size_t count = 0;
-    while (const int got = Ifsi_find_next(handle, static_cast<int>(found.size()), found.data())) {
-        count += static_cast<size_t>(got);
-    }
-    Ifsi_find_close(handle);
-    return count;
 }
 
 void Catalogue_instructions(const Paths& paths)
@@ -316,8 +271,9 @@ void Catalogue_instructions(const Paths& paths)
         Make_full_card(folder, recordings, Order::CREATION, "");
         const auto card = Mounted(folder);
         const time_t span_s = recordings / 2 * RECORDING_S;
-        Count_instructions("search an hour" + size, [&] { Search(FIRST_START + span_s / 2, 3600); });
-        Count_instructions("search everything" + size, [&] { Search(FIRST_START, span_s); });
+        Count_instructions("search an hour" + size,
+                           [&] { Search(FIRST_START + span_s / 2, FIRST_START + span_s / 2 + 3600); });
+        Count_instructions("search everything" + size, [&] { Search(FIRST_START, FIRST_START + span_s); });
         const int fd = Create_recording(FIRST_START + span_s);
         Write_frames(fd, media, MINUTE_US);
         Count_instructions("close" + size, [&] { Ifsi_close(fd, nullptr); });
@@ -331,7 +287,7 @@ void Open_instructions(const Paths& paths)
         const auto card = Mounted(paths.Fresh("open"));
         Record(media, minutes * MINUTE_US);
         Count_instructions("open and seek/" + std::to_string(minutes), [&] {
-            const int fd = Open_first();
+            const int fd = Open_recording(FIRST_START);
             Ifsi_tseek(fd, static_cast<unsigned>(FIRST_START + minutes * 48));
             Ifsi_close(fd, nullptr);
         });

@@ -1,6 +1,7 @@
 #include "bench/media.h"
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -94,6 +95,25 @@ int Create_recording(time_t start)
                                SAMPLE_RATE_INDEX_16000, 1, 1, IFS_STREAM_MAIN);
     Require(fd > 0, "cannot create a recording");
     return fd;
+}
+
+int Open_recording(time_t start)
+{
+    tm start_tm;
+    const int fd = Ifsi_open_v2(gmtime_r(&start, &start_tm), IFS_STREAM_MAIN);
+    Require(fd > 0, "cannot open a recording");
+    return fd;
+}
+
+int Read_frame(int fd)
+{
+    static std::array<char, 1 << 20> buffer;
+    int payload_offset, payload_len, frame_offset, frame_len, time;
+    _ifs_frame_type_ type;
+    const int length = Ifsi_read(fd, buffer.data(), static_cast<int>(buffer.size()), &payload_offset,
+                                 &payload_len, &frame_offset, &frame_len, &type, &time);
+    Require(length >= 0, "cannot read a frame");
+    return length;
 }
 
 Written Write_frames(int fd, const Media& media, uint64_t end_us, uint64_t begin_us)

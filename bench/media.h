@@ -41,6 +41,12 @@ Media Load_media(const std::string& folder, const std::string& name);
 /** Begin a recording of the main stream. @return its handle */
 int Create_recording(time_t start);
 
+/** Open the recording of the main stream that starts at a time. @return its handle */
+int Open_recording(time_t start);
+
+/** Read the next frame of a playback. @return its bytes, 0 at the end */
+int Read_frame(int fd);
+
 struct Written {
     uint64_t frames;
     uint64_t bytes;

@@ -1,5 +1,4 @@
 /** A mount: until the catalogue is built, with and without the index files. */
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,8 +15,6 @@ namespace bench
 namespace
 {
 
-constexpr char MAIN_INDEX[] = "system_index_main";
-constexpr char SUB_INDEX[] = "system_index_sub";
 constexpr size_t PROBE_BYTES = 4096;
 
 /** The folder of a card with so many recordings, made at its first use. */
@@ -44,27 +41,6 @@ double Mount_to_ready(const Card& card, int recordings)
     return seconds;
 }
 
-void Read_whole(const std::string& path)
-{
-    static std::array<char, 65536> buffer;
-    const int fd = open(path.c_str(), O_RDONLY);
-    Require(fd >= 0, "cannot read an index file");
-    while (read(fd, buffer.data(), buffer.size()) > 0) {
-    }
-    close(fd);
-}
-
-void Read_directory_and_indexes(const Card& card)
-{
-    DIR* directory = opendir(card.Path("").c_str());
-    Require(directory != nullptr, "cannot list the card");
-    while (readdir(directory) != nullptr) {
-    }
-    closedir(directory);
-    Read_whole(card.Path(MAIN_INDEX));
-    Read_whole(card.Path(SUB_INDEX));
-}
-
 void Read_first_bytes(const Card& card, const std::vector<std::string>& names)
 {
     std::array<char, PROBE_BYTES> buffer;
@@ -86,7 +62,7 @@ Run Intact_limit(const std::string& folder)
     const auto card = std::make_shared<Card>(folder);
     card->Mount();
     card->Wait();
-    return [=] { return Seconds([&] { Read_directory_and_indexes(*card); }); };
+    return [=] { return Seconds([&] { card->Read_directory_and_indexes(); }); };
 }
 
 /** Seconds a file of a mount that has to open each recording. */

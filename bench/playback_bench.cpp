@@ -79,25 +79,6 @@ std::shared_ptr<Card> Card_with_recordings(const Folders& folders)
     return card;
 }
 
-int Open_recording(time_t start)
-{
-    tm start_tm;
-    const int fd = Ifsi_open_v2(gmtime_r(&start, &start_tm), IFS_STREAM_MAIN);
-    Require(fd > 0, "cannot open a recording");
-    return fd;
-}
-
-int Read_frame(int fd)
-{
-    static std::array<char, 1 << 20> buffer;
-    int payload_offset, payload_len, frame_offset, frame_len, time;
-    _ifs_frame_type_ type;
-    const int length = Ifsi_read(fd, buffer.data(), static_cast<int>(buffer.size()), &payload_offset,
-                                 &payload_len, &frame_offset, &frame_len, &type, &time);
-    Require(length >= 0, "cannot read a frame");
-    return length;
-}
-
 void Play_all()
 {
     for (int i = 0; i < FILES; ++i) {

@@ -19,9 +19,6 @@ namespace bench
 namespace
 {
 
-constexpr int PORTION = 100; ///< entries that a host fetches at a time
-using Portion = std::array<_ifs_rec_file_, PORTION>;
-
 struct Range {
     time_t begin;
     time_t end;
@@ -42,21 +39,6 @@ std::vector<Range> Ranges(int recordings, time_t length_s)
         range.end = range.begin + length_s;
     }
     return ranges;
-}
-
-size_t Search(const Range& range)
-{
-    static Portion found;
-    tm begin, end;
-    const int handle =
-        Ifsi_find_open(gmtime_r(&range.begin, &begin), gmtime_r(&range.end, &end), IFS_STREAM_MAIN);
-    Require(handle > 0, "cannot search");
-    size_t count = 0;
-    while (const int got = Ifsi_find_next(handle, PORTION, found.data())) {
-        count += static_cast<size_t>(got);
-    }
-    Ifsi_find_close(handle);
-    return count;
 }
 
 unsigned Calendar(const Range& range)
@@ -103,8 +85,8 @@ public:
 
     size_t Search(const Range& range)
     {
-        static Portion found;
-        return Step_through(m_search, range, [this](size_t row) { Get_row(found[row % PORTION]); });
+        static std::array<_ifs_rec_file_, 100> portion;
+        return Step_through(m_search, range, [this](size_t row) { Get_row(portion[row % portion.size()]); });
     }
 
     unsigned Calendar(const Range& range)
@@ -222,10 +204,13 @@ void Register_kind(const Folders& folders, const Kind& kind, int recordings)
         card->Wait();
         Database peer(recordings);
         const Range& first = ranges.front();
-        Require(Search(first) == peer.Search(first) && Calendar(first) == peer.Calendar(first),
+        Require(Search(first.begin, first.end) == peer.Search(first) &&
+                    Calendar(first) == peer.Calendar(first),
                 "the results differ");
         return [card, ranges, kind] {
-            return kind.calendar ? A_range(ranges, Calendar) : A_range(ranges, Search);
+            return kind.calendar
+                       ? A_range(ranges, Calendar)
+                       : A_range(ranges, [](const Range& range) { return Search(range.begin, range.end); });
         };
     });
     Register(6, kind.name, Role::PEER, recordings, iterations, [=]() -> Run {
