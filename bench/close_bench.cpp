@@ -13,24 +13,25 @@ namespace bench
 namespace
 {
 
-constexpr uint64_t LENGTH_US = 60 * SECOND_US;
+constexpr uint64_t MINUTE_US = 60 * SECOND_US;
 
 /** The start of the next recording on any card, behind all that are catalogued. */
 time_t Next_start()
 {
     static time_t next = FIRST_START + 16000 * RECORDING_S;
-    return next += 60;
+    return next += 3600;
 }
 
-Run Close_ours(const std::string& folder, int recordings, const std::shared_ptr<Media>& media)
+Run Close_ours(const std::string& folder, int recordings, const std::shared_ptr<Media>& media,
+               uint64_t length_us)
 {
     Make_full_card(folder, recordings, Order::CREATION, "");
     const auto card = std::make_shared<Card>(folder);
     card->Mount();
     card->Wait();
-    return [card, media] {
+    return [card, media, length_us] {
         const int fd = Create_recording(Next_start());
-        Write_frames(fd, *media, LENGTH_US);
+        Write_frames(fd, *media, length_us);
         return Seconds([=] { Ifsi_close(fd, nullptr); });
     };
 }
@@ -38,10 +39,10 @@ Run Close_ours(const std::string& folder, int recordings, const std::shared_ptr<
 void Write_to_container(void* file, const Media& media)
 {
     constexpr int KINDS[] = {KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER, -1, KT_MP4_AUDIO};
-    for (uint64_t lap_us = 0; lap_us < LENGTH_US; lap_us += media.Duration_us()) {
+    for (uint64_t lap_us = 0; lap_us < MINUTE_US; lap_us += media.Duration_us()) {
         for (const Frame& frame : media.frames) {
             const uint64_t pts_us = lap_us + frame.pts_us;
-            Require(pts_us >= LENGTH_US ||
+            Require(pts_us >= MINUTE_US ||
                         kt_mp4_write(file, KINDS[frame.type], frame.data, frame.length, nullptr, 0,
                                      static_cast<unsigned>(pts_us / 1000)) == 0,
                     "cannot write a frame");
@@ -76,14 +77,20 @@ Run Close_limit(const std::string& folder, const std::shared_ptr<Media>& media)
 
 void Register_close(const Folders& folders)
 {
-    const auto media = [=] { return std::make_shared<Media>(Load_media(folders.media, "main")); };
+    const auto media = [=](const char* name) {
+        return std::make_shared<Media>(Load_media(folders.media, name));
+    };
     static int cards = 0;
     const auto folder = [=] { return folders.memory + "/close" + std::to_string(++cards); };
     for (const int recordings : {1000, 4000, 16000}) {
         Register(7, "close", Role::OURS, recordings, 10,
-                 [=] { return Close_ours(folder(), recordings, media()); });
+                 [=] { return Close_ours(folder(), recordings, media("main"), MINUTE_US); });
     }
-    Register(7, "close", Role::LIMIT, 0, 10, [=] { return Close_limit(folder(), media()); });
+    Register(7, "close", Role::LIMIT, 0, 10, [=] { return Close_limit(folder(), media("main")); });
+    for (const unsigned minutes : {1u, 10u, 60u}) {
+        Register(7, "close by length", Role::OURS, static_cast<int>(minutes), 1,
+                 [=] { return Close_ours(folder(), 0, media("sub"), minutes * MINUTE_US); });
+    }
 }
 
 } // namespace bench

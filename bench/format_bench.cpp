@@ -16,54 +16,74 @@ namespace bench
 namespace
 {
 
-using Sector = std::array<char, 512>;
+using Sector = std::array<unsigned char, 512>;
 
 constexpr char DISK[] = "/dev/hd/sda";
 constexpr char PARTITION[] = "/dev/hd/sda1";
 constexpr unsigned RESERVED_SECTORS = 32;
 constexpr unsigned ROOT_SECTORS = 128;
 
-/** The sectors of a FAT, from the boot record of the formatted card. */
-unsigned Fat_sectors(int partition)
+/** A device of the inserted card. */
+class Device
 {
-    constexpr size_t AT = 36;
-    std::array<unsigned char, 512> boot;
-    Require(pread(partition, boot.data(), boot.size(), 0) == static_cast<ssize_t>(boot.size()),
-            "cannot read the boot record");
-    return boot[AT] | boot[AT + 1] << 8 | boot[AT + 2] << 16 | static_cast<unsigned>(boot[AT + 3]) << 24;
-}
+public:
+    explicit Device(const char* path) : m_fd(open(path, O_RDWR))
+    {
+        Require(m_fd >= 0, "cannot open a device");
+    }
+    ~Device()
+    {
+        fsync(m_fd);
+        close(m_fd);
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
 
-void Write_sector(int fd, off_t sector_number)
-{
-    static const Sector zero{};
-    Require(lseek(fd, sector_number * 512, SEEK_SET) >= 0 &&
-                write(fd, zero.data(), zero.size()) == static_cast<ssize_t>(zero.size()),
-            "cannot write a sector");
-}
+    Sector Read(off_t number) const
+    {
+        Sector sector;
+        Require(pread(m_fd, sector.data(), sector.size(), number * off_t{512}) == ssize_t{512},
+                "cannot read a sector");
+        return sector;
+    }
 
-/** The writes of a format, each a sector: reserved ones, both FATs in step, the root directory; and both
- * syncs. */
+    void Write(off_t number, const Sector& sector) const
+    {
+        Require(lseek(m_fd, number * off_t{512}, SEEK_SET) >= 0 &&
+                    write(m_fd, sector.data(), sector.size()) == ssize_t{512},
+                "cannot write a sector");
+    }
+
+private:
+    int m_fd;
+};
+
+/** The writes and syncs of a format, on a formatted card, of what is there. */
 void Write_sectors()
 {
-    const int disk = open(DISK, O_RDWR);
-    Require(disk >= 0, "cannot open the card");
-    fsync(disk);
-    close(disk);
-    const int partition = open(PARTITION, O_RDWR);
-    Require(partition >= 0, "cannot open the partition");
-    const unsigned fat_sectors = Fat_sectors(partition);
-    for (unsigned i = 1; i < RESERVED_SECTORS; ++i) {
-        Write_sector(partition, i);
+    constexpr size_t FAT_SECTORS = 36; // in the boot record
+    const Sector zero{};
+    {
+        const Device disk(DISK);
+        disk.Write(0, disk.Read(0));
     }
-    for (unsigned i = 0; i < fat_sectors; ++i) {
-        Write_sector(partition, RESERVED_SECTORS + i);
-        Write_sector(partition, static_cast<off_t>(RESERVED_SECTORS) + fat_sectors + i);
+    const Device partition(PARTITION);
+    const Sector boot = partition.Read(0), fsinfo = partition.Read(1), fat = partition.Read(RESERVED_SECTORS);
+    const off_t fat_sectors = boot[FAT_SECTORS] | boot[FAT_SECTORS + 1] << 8 | boot[FAT_SECTORS + 2] << 16;
+    for (off_t i = 0; i < RESERVED_SECTORS; ++i) {
+        partition.Write(i, zero);
     }
-    for (unsigned i = 0; i < ROOT_SECTORS; ++i) {
-        Write_sector(partition, RESERVED_SECTORS + off_t{2} * fat_sectors + i);
+    partition.Write(0, boot);
+    partition.Write(6, boot);
+    partition.Write(1, fsinfo);
+    for (off_t i = 0; i < fat_sectors; ++i) {
+        const Sector& sector = i == 0 ? fat : zero;
+        partition.Write(RESERVED_SECTORS + i, sector);
+        partition.Write(RESERVED_SECTORS + fat_sectors + i, sector);
     }
-    fsync(partition);
-    close(partition);
+    for (off_t i = 0; i < ROOT_SECTORS; ++i) {
+        partition.Write(RESERVED_SECTORS + 2 * fat_sectors + i, zero);
+    }
 }
 
 } // namespace

@@ -79,13 +79,18 @@ std::shared_ptr<Card> Card_with_recordings(const Folders& folders)
     return card;
 }
 
+void Play(time_t start)
+{
+    const int fd = Open_recording(start);
+    while (Read_frame(fd) > 0) {
+    }
+    Ifsi_close(fd, nullptr);
+}
+
 void Play_all()
 {
     for (int i = 0; i < FILES; ++i) {
-        const int fd = Open_recording(FIRST_START + i * MINUTE_S);
-        while (Read_frame(fd) > 0) {
-        }
-        Ifsi_close(fd, nullptr);
+        Play(FIRST_START + i * MINUTE_S);
     }
 }
 
@@ -157,6 +162,9 @@ void Register_playback(const Folders& folders)
     for (const int minutes : {1, 10, 30, 60}) {
         const time_t start = LONG_START + minutes * 10000;
         const int target_s = minutes * MINUTE_S * 4 / 5;
+        Register(3, "play by length", Role::OURS, minutes, 3, [=]() -> Run {
+            return [inserted = card(), start] { return Cpu_seconds([&] { Play(start); }); };
+        });
         Register(9, "open and seek", Role::OURS, minutes, 50, [=]() -> Run {
             return [inserted = card(), start, target_s] {
                 return Seconds([&] { Open_and_seek(start, target_s); });

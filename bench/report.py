@@ -124,23 +124,28 @@ def write_json(path, title, results, growths, counted):
 
 
 def growth_curves(figures):
-    """Name -> [(size, seconds)], of what is measured at several sizes; probing as a whole, not a file."""
-    curves = {}
+    """What grows with -> name -> [(size, seconds)]. Probing counts as a whole, not a file."""
+    curves = {"recordings": {}, "minutes": {}}
+
+    def add(kind, name, size, seconds):
+        curves[kind].setdefault(name, []).append((size, statistics.median(seconds)))
+
     for (row, variant, size), roles in sorted(figures.items()):
-        name = {4: f"mount, {variant}", 5: "mount, no index", 6: f"search, {variant}", 7: "close", 9: "open and seek"}.get(row)
-        if name and size and roles.get("ours"):
-            scale = size if row == 5 else 1
-            curves.setdefault(name.replace("search, calendar", "calendar"), []).append(
-                (size, statistics.median(roles["ours"]) * scale))
+        if row == 9 or variant.endswith(" by length"):
+            add("minutes", variant.replace(" by length", ""), size, roles["ours"])
+        elif row == 5:
+            add("recordings", "mount, no index files", size, [seconds * size for seconds in roles["ours"]])
+        elif row in (4, 6, 7) and size:
+            add("recordings", {4: f"mount, {variant}", 6: variant, 7: variant}[row], size, roles["ours"])
         if row == 4 and variant == "in order":
-            curves.setdefault("reading directory and indexes", []).append((size, statistics.median(roles["limit"])))
+            add("recordings", "reading directory and indexes", size, roles["limit"])
     return curves
 
 
 def growths(curves):
-    """Name -> power of n between the smallest and the largest size."""
-    return {name: math.log(points[-1][1] / points[0][1]) / math.log(points[-1][0] / points[0][0])
-            for name, points in curves.items()}
+    """Name and what it grows with -> power of n between the smallest and the largest size."""
+    return {f"{name}, with {kind}": math.log(points[-1][1] / points[0][1]) / math.log(points[-1][0] / points[0][0])
+            for kind, named in curves.items() for name, points in named.items()}
 
 
 def draw(path, title, results, curves):
@@ -151,10 +156,8 @@ def draw(path, title, results, curves):
 
     figure, (left, middle, right) = pyplot.subplots(1, 3, figsize=(13, 4.8), width_ratios=(5, 4, 3), layout="constrained")
     draw_rows(left, [result for result in results if result["to peer"] or result["to limit"]])
-    minutes = {name: points for name, points in curves.items() if name == "open and seek"}
-    recordings = {name: points for name, points in curves.items() if name not in minutes}
-    draw_growth(middle, recordings, "recordings on the card")
-    draw_growth(right, minutes, "minutes of the recording")
+    draw_growth(middle, curves["recordings"], "recordings on the card")
+    draw_growth(right, curves["minutes"], "minutes of the recording")
     figure.suptitle(title, fontsize=8, color="gray")
     figure.savefig(path, metadata={"Date": None})
 
@@ -170,7 +173,7 @@ def draw_rows(axes, results):
         axes.plot(1, place, "o", color="tab:blue" if result["held"] else "tab:red", markersize=6)
     axes.set_xscale("log")
     axes.set_yticks(range(len(results)), [result["work"] for result in reversed(results)])
-    axes.set_xlabel("cost, ifs = 1")
+    axes.set_xlabel("cost, ifs = 1; red where an aim is missed")
     axes.set_title("ifs (●) beside what one would use instead (■) and the least possible (|)", fontsize=8, loc="right")
     axes.grid(axis="x", color="whitesmoke")
 

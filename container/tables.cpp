@@ -269,6 +269,15 @@ bool TrackCursor::is_key() const
     return m_track->all_keys || (m_key < keys.size() && keys[m_key] == m_sample);
 }
 
+void TrackCursor::next()
+{
+    m_clock.skip_alike(1);
+    m_chunk_bytes += size();
+    ++m_chunk_done;
+    ++m_sample;
+    skip_finished();
+}
+
 void TrackCursor::skip_to(uint32_t sample)
 {
     uint32_t from = m_sample;

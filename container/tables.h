@@ -240,7 +240,8 @@ public:
     uint64_t show_time_ms() const { return m_clock.show_time_ms(); }
     uint32_t timestamp_ms() const;
     bool is_key() const;
-    void next() { skip_to(m_sample + 1); }
+    /** Step to the next sample; not at the end. */
+    void next();
     /** Step to a sample that lies behind this one, or to the end. */
     void skip_to(uint32_t sample);
     /** @return at the first sample, from this one on, that is shown so far behind begin, or else at the end

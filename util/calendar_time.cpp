@@ -15,6 +15,14 @@ int Compare(int a, int b)
     return a > b ? 1 : a < b ? -1 : 0;
 }
 
+/** A number that orders as the two do, the first before the second. */
+uint64_t Pair(int32_t first, int32_t second)
+{
+    constexpr uint32_t k_sign = 0x80000000u;
+    return static_cast<uint64_t>(static_cast<uint32_t>(first) ^ k_sign) << 32 |
+           (static_cast<uint32_t>(second) ^ k_sign);
+}
+
 int32_t Seconds_of_day(const tm* t)
 {
     return Wrap_add(Wrap_add(Wrap_mul(t->tm_min, 60), Wrap_mul(t->tm_hour, 3600)), t->tm_sec);
@@ -91,7 +99,7 @@ int Ifsm_tm_cmp(const tm* a, const tm* b)
 
 Tm_key Ifsm_tm_key(const tm* t)
 {
-    return {t->tm_year, t->tm_mon, t->tm_mday, Seconds_of_day(t)};
+    return {Pair(t->tm_year, t->tm_mon), Pair(t->tm_mday, Seconds_of_day(t))};
 }
 
 int Ifsm_cmp_date(const tm* a, const tm* b)

@@ -31,7 +31,7 @@ int Ifsm_utc_time_inc(tm* t, int seconds);
 int Ifsm_tm_cmp(const tm* a, const tm* b);
 
 /** What Ifsm_tm_cmp() compares, for a table that is searched: keys stand to each other as their times do. */
-using Tm_key = std::array<int32_t, 4>;
+using Tm_key = std::array<uint64_t, 2>;
 Tm_key Ifsm_tm_key(const tm* t);
 
 /** As Ifsm_tm_cmp() on year, month and day alone. */
