@@ -6,7 +6,6 @@
 #include "bench/bench.h"
 #include "bench/card.h"
 #include "bench/media.h"
-#include "kt_mp4.h"
 
 namespace bench
 {
@@ -36,20 +35,6 @@ Run Close_ours(const std::string& folder, int recordings, const std::shared_ptr<
     };
 }
 
-void Write_to_container(void* file, const Media& media)
-{
-    constexpr int KINDS[] = {KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER, -1, KT_MP4_AUDIO};
-    for (uint64_t lap_us = 0; lap_us < MINUTE_US; lap_us += media.Duration_us()) {
-        for (const Frame& frame : media.frames) {
-            const uint64_t pts_us = lap_us + frame.pts_us;
-            Require(pts_us >= MINUTE_US ||
-                        kt_mp4_write(file, KINDS[frame.type], frame.data, frame.length, nullptr, 0,
-                                     static_cast<unsigned>(pts_us / 1000)) == 0,
-                    "cannot write a frame");
-        }
-    }
-}
-
 /** What the container does for a close: the library asks it for a flush, to describe the file, and for the
  * end. */
 Run Close_limit(const std::string& folder, const std::shared_ptr<Media>& media)
@@ -58,16 +43,10 @@ Run Close_limit(const std::string& folder, const std::shared_ptr<Media>& media)
     const auto card = std::make_shared<Card>(folder);
     card->Mount();
     card->Wait();
-    return [=] {
-        std::string path = card->Path("limit.mp4");
-        void* file = kt_mp4_open(path.data(), 1920, 1080, FRAME_RATE, 2, SAMPLE_RATE_INDEX_16000, 1,
-                                 KT_MP4_CREATE, 1, 320, 0);
-        Require(file != nullptr, "cannot create a file");
-        Write_to_container(file, *media);
-        const double seconds = Seconds([=] {
-            kt_mp4_flush(file);
-            kt_mp4_close(file);
-        });
+    return [card, media] {
+        const std::string path = card->Path("limit.mp4");
+        void* file = Record_into_container(path, *media, MINUTE_US);
+        const double seconds = Seconds([=] { End_in_container(file); });
         unlink(path.c_str());
         return seconds;
     };

@@ -24,7 +24,6 @@
 #include "bench/media.h"
 #include "hostcard.h"
 #include "ifs.h"
-#include "kt_mp4.h"
 
 namespace
 {
@@ -277,6 +276,8 @@ void Catalogue_instructions(const Paths& paths)
         const int fd = Create_recording(FIRST_START + span_s);
         Write_frames(fd, media, MINUTE_US);
         Count_instructions("close" + size, [&] { Ifsi_close(fd, nullptr); });
+        void* file = Record_into_container(card->Path("limit.mp4"), media, MINUTE_US);
+        Count_instructions("close limit" + size, [&] { End_in_container(file); });
     }
 }
 

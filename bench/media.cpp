@@ -6,6 +6,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "kt_mp4.h"
+
 namespace bench
 {
 namespace
@@ -135,6 +137,30 @@ Written Write_frames(int fd, const Media& media, uint64_t end_us, uint64_t begin
             written.bytes += static_cast<uint64_t>(frame.length);
         }
     }
+}
+
+void* Record_into_container(const std::string& path, const Media& media, uint64_t length_us)
+{
+    constexpr int KINDS[] = {KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER, -1, KT_MP4_AUDIO};
+    void* file = kt_mp4_open(std::string(path).data(), 1920, 1080, FRAME_RATE, 2, SAMPLE_RATE_INDEX_16000, 1,
+                             KT_MP4_CREATE, 1, 320, 0);
+    Require(file != nullptr, "cannot create a file");
+    for (uint64_t lap_us = 0; lap_us < length_us; lap_us += media.Duration_us()) {
+        for (const Frame& frame : media.frames) {
+            const uint64_t pts_us = lap_us + frame.pts_us;
+            Require(pts_us >= length_us ||
+                        kt_mp4_write(file, KINDS[frame.type], frame.data, frame.length, nullptr, 0,
+                                     static_cast<unsigned>(pts_us / 1000)) == 0,
+                    "cannot write a frame");
+        }
+    }
+    return file;
+}
+
+void End_in_container(void* file)
+{
+    kt_mp4_flush(file);
+    kt_mp4_close(file);
 }
 
 } // namespace bench

@@ -55,6 +55,12 @@ struct Written {
 /** Write the frames, again and again, whose times lie between two times of the recording. */
 Written Write_frames(int fd, const Media& media, uint64_t end_us, uint64_t begin_us = 0);
 
+/** Write the frames of a recording into a file of the container's, without the library. @return its handle */
+void* Record_into_container(const std::string& path, const Media& media, uint64_t length_us);
+
+/** What the library has the container do for a close: make all durable, then finish the file. */
+void End_in_container(void* file);
+
 } // namespace bench
 
 #endif
