@@ -37,11 +37,8 @@ def run(command, **options):
     return done.stdout
 
 
-def install():
-    run([os.path.join(ROOT, "scripts/setup"), "--bench"])
-
-
 def build():
+    say("Building")
     run(["cmake", "--preset", "release"], cwd=ROOT)
     run(["cmake", "--build", "--preset", "release", "--target", "benchmarks", "-j2"], cwd=ROOT)
 

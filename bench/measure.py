@@ -4,11 +4,10 @@ import collections
 import json
 import os
 import re
-import subprocess
 import time
 
 from bench import counts
-from bench.machine import FFMPEG, MEDIA, PROGRAMS, WORK, Folder, make_movie, processor_seconds, run, say
+from bench.machine import FFMPEG, MEDIA, PROGRAMS, WORK, Failure, Folder, make_movie, processor_seconds, run, say
 
 MEGABYTES = 150
 
@@ -40,10 +39,9 @@ def in_process(figures, rounds):
         say(f"  row {row}")
         with Folder(in_memory=True) as memory, Folder(in_memory=False) as disk:
             results = os.path.join(memory, "results.json")
-            subprocess.run([f"{PROGRAMS}/ifs_bench", MEDIA, memory, disk, f"--benchmark_filter=^{row}/",
-                            f"--benchmark_repetitions={rounds}", "--benchmark_enable_random_interleaving=true",
-                            f"--benchmark_out={results}", "--benchmark_out_format=json"],
-                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+            run([f"{PROGRAMS}/ifs_bench", MEDIA, memory, disk, f"--benchmark_filter=^{row}/",
+                 f"--benchmark_repetitions={rounds}", "--benchmark_enable_random_interleaving=true",
+                 f"--benchmark_out={results}", "--benchmark_out_format=json"])
             with open(results, encoding="utf-8") as file:
                 take(figures, json.load(file)["benchmarks"])
 
@@ -51,7 +49,7 @@ def in_process(figures, rounds):
 def take(figures, benchmarks):
     for benchmark in benchmarks:
         if benchmark.get("error_occurred"):
-            raise RuntimeError(f"{benchmark['name']}: {benchmark['error_message']}")
+            raise Failure(f"{benchmark['name']}: {benchmark['error_message']}")
         if benchmark["run_type"] == "iteration":
             row, variant, role, size = benchmark["name"].split("/")[:4]
             scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1}[benchmark["time_unit"]]
