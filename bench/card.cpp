@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -137,6 +138,16 @@ void Card::Mount() const
 void Card::Unmount() const
 {
     Require(Ifsi_umount() == 0, "cannot unmount the card");
+}
+
+void Card::Mount_without_library() const
+{
+    Require(mount("/dev/hd/sda1", hostcard_mount_point(), "vfat", 0, nullptr) == 0, "cannot mount the card");
+}
+
+void Card::Unmount_without_library() const
+{
+    Require(umount(hostcard_mount_point()) == 0, "cannot unmount the card");
 }
 
 unsigned long Card::Wait() const

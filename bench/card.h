@@ -22,6 +22,9 @@ public:
     /** Mount, without waiting for the catalogue. */
     void Mount() const;
     void Unmount() const;
+    /** The same by the system's calls. */
+    void Mount_without_library() const;
+    void Unmount_without_library() const;
     /** Wait until the catalogue is built. @return recordings in it */
     unsigned long Wait() const;
 

@@ -1,35 +1,48 @@
 #include "store/index_search.h"
 
-#include <algorithm>
 #include <iterator>
 
 void Index_search::Begin(Rec_file_list& list)
 {
-    m_entries.clear();
-    m_entries.reserve(list.size());
+    m_starts.clear();
+    m_starts.reserve(list.size());
     for (const _ifs_rec_file_& rec : list) {
-        m_entries.push_back({Ifsm_tm_key(&rec.start_tm), false});
+        m_starts.push_back(Ifsm_tm_key(&rec.start_tm));
     }
+    m_found.assign(m_starts.size(), 0);
     m_next = 0;
+}
+
+size_t Index_search::First_not_before(const Tm_key& start) const
+{
+    // A bisection without a branch, which a processor could only guess.
+    size_t first = 0;
+    for (size_t count = m_starts.size(); count > 0;) {
+        const size_t half = (count + 1) / 2;
+        first += half * static_cast<size_t>(m_starts[first + half - 1] < start);
+        count -= half;
+    }
+    return first;
 }
 
 bool Index_search::Find(const tm& start)
 {
     const Tm_key key = Ifsm_tm_key(&start);
-    const auto end = m_entries.end();
-    auto entry = m_entries.begin() + static_cast<std::ptrdiff_t>(m_next);
+    const auto starts_then = [&](size_t i) { return i < m_starts.size() && m_starts[i] == key; };
+    size_t i = m_next;
     // Directories hold runs of recordings in the order of their starts.
-    const bool follows =
-        m_next > 0 && entry != end && entry->start == key && !entry->found && std::prev(entry)->start != key;
+    const bool follows = i > 0 && starts_then(i) && !starts_then(i - 1) && !m_found[i];
     if (!follows) {
-        entry = std::partition_point(m_entries.begin(), end, [&](const Entry& e) { return e.start < key; });
-        entry = std::find_if(entry, end, [&](const Entry& e) { return !e.found || e.start != key; });
+        i = First_not_before(key);
+        while (starts_then(i) && m_found[i]) {
+            ++i;
+        }
+        if (!starts_then(i)) {
+            return false;
+        }
     }
-    if (entry == end || entry->start != key) {
-        return false;
-    }
-    entry->found = true;
-    m_next = static_cast<size_t>(entry - m_entries.begin()) + 1;
+    m_found[i] = 1;
+    m_next = i + 1;
     return true;
 }
 
@@ -37,13 +50,14 @@ Rec_file_list Index_search::Take_found(Rec_file_list& list)
 {
     Rec_file_list found;
     auto position = list.begin();
-    for (const Entry& entry : m_entries) {
+    for (const char is_found : m_found) {
         const auto next = std::next(position);
-        if (entry.found) {
+        if (is_found) {
             found.splice(found.end(), list, position);
         }
         position = next;
     }
-    std::vector<Entry>().swap(m_entries);
+    std::vector<Tm_key>().swap(m_starts);
+    std::vector<char>().swap(m_found);
     return found;
 }

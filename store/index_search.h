@@ -18,12 +18,12 @@ public:
     Rec_file_list Take_found(Rec_file_list& list);
 
 private:
-    struct Entry {
-        Tm_key start;
-        bool found;
-    };
-    std::vector<Entry> m_entries; ///< as in the list
-    size_t m_next = 0;            ///< behind the entry that was found last
+    size_t First_not_before(const Tm_key& start) const;
+
+    /* An element an entry, in the order of the list. */
+    std::vector<Tm_key> m_starts;
+    std::vector<char> m_found;
+    size_t m_next = 0; ///< behind the entry that was found last
 };
 
 #endif

@@ -1,7 +1,6 @@
 #ifndef IFS_UTIL_CALENDAR_TIME_H
 #define IFS_UTIL_CALENDAR_TIME_H
 
-#include <array>
 #include <cstdint>
 #include <ctime>
 
@@ -31,8 +30,21 @@ int Ifsm_utc_time_inc(tm* t, int seconds);
 int Ifsm_tm_cmp(const tm* a, const tm* b);
 
 /** What Ifsm_tm_cmp() compares, for a table that is searched: keys stand to each other as their times do. */
-using Tm_key = std::array<uint64_t, 2>;
+struct Tm_key {
+    uint64_t month; ///< and year
+    uint64_t clock; ///< and day
+};
 Tm_key Ifsm_tm_key(const tm* t);
+
+inline bool operator<(const Tm_key& a, const Tm_key& b)
+{
+    return (a.month < b.month) | ((a.month == b.month) & (a.clock < b.clock));
+}
+
+inline bool operator==(const Tm_key& a, const Tm_key& b)
+{
+    return a.month == b.month && a.clock == b.clock;
+}
 
 /** As Ifsm_tm_cmp() on year, month and day alone. */
 int Ifsm_cmp_date(const tm* a, const tm* b);
