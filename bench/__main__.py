@@ -36,10 +36,8 @@ def full(options):
     title = report.header(options.rounds)
     results = report.evaluate(figures)
     curves = report.growth_curves(figures)
-    growths = report.growths(curves)
-    print(f"{title}\n\n{report.table(results)}\n\nGrowth, power of n between the smallest and the largest size\n")
-    for name, power in growths.items():
-        print(f"{name:52}{power:6.2f}")
+    growths = report.growths(curves, counted)
+    print(f"{title}\n\n{report.table(results)}\n\n{report.growth_table(growths)}")
     picture = os.path.join(machine.WORK, "benchmarks.svg")
     report.draw(picture, title, results, curves)
     report.write_json(os.path.join(machine.WORK, "results.json"), title, results, growths, counted)

@@ -142,10 +142,26 @@ def growth_curves(figures):
     return curves
 
 
-def growths(curves):
-    """Name and what it grows with -> power of n between the smallest and the largest size."""
-    return {f"{name}, with {kind}": math.log(points[-1][1] / points[0][1]) / math.log(points[-1][0] / points[0][0])
-            for kind, named in curves.items() for name, points in named.items()}
+def growths(curves, counted):
+    """Name and what it grows with -> powers of n, of the time and, where they are counted, of the instructions."""
+    powers = {}
+    for kind, named in curves.items():
+        for name, points in named.items():
+            (small, first), (large, last) = points[0], points[-1]
+            keys = [f"{name}: power of n", f"search {name}: power of n"]
+            if kind == "minutes" and name == "close":
+                keys = []  # its instructions are counted with the recordings
+            powers[f"{name}, with {kind}"] = {"time": math.log(last / first) / math.log(large / small),
+                                              "instructions": next((counted[key] for key in keys if key in counted), None)}
+    return powers
+
+
+def growth_table(powers):
+    rows = [f"{'Growth, power of n':52}{'time':>6}{'instructions':>14}"]
+    for name, power in powers.items():
+        counts_too = "" if power["instructions"] is None else f"{power['instructions']:.2f}"
+        rows.append(f"{name:52}{power['time']:6.2f}{counts_too:>14}")
+    return "\n".join(rows)
 
 
 def draw(path, title, results, curves):
