@@ -250,12 +250,6 @@ void Mount_instructions(const Paths& paths)
                 card.Wait();
             });
             card.Unmount();
-            // The stand-in of the kernel walks the folder too when it mounts: counted alone, to be taken off.
-            Count_instructions(std::string("mount stand-in ") + name + size,
-                               [&] { card.Mount_without_library(); });
-            Count_instructions(std::string("mount limit ") + name + size,
-                               [&] { card.Read_directory_and_indexes(); });
-            card.Unmount_without_library();
         }
     }
 }

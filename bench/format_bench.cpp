@@ -91,16 +91,17 @@ void Write_sectors()
 void Register_format(const Folders& folders)
 {
     for (const int gigabytes : {8, 128}) {
+        const int iterations = gigabytes < 100 ? 40 : 10;
         const auto card = [=] {
             return std::make_shared<Card>(folders.memory + "/format" + std::to_string(gigabytes),
                                           gigabytes * 1000000000ull);
         };
-        Register(8, "format", Role::OURS, gigabytes, 10, [=]() -> Run {
+        Register(8, "format", Role::OURS, gigabytes, iterations, [=]() -> Run {
             return [inserted = card()] {
                 return Seconds([] { Require(Ifsi_format() == 0, "cannot format the card"); });
             };
         });
-        Register(8, "format", Role::LIMIT, gigabytes, 10,
+        Register(8, "format", Role::LIMIT, gigabytes, iterations,
                  [=]() -> Run { return [inserted = card()] { return Seconds(Write_sectors); }; });
     }
 }

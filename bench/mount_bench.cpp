@@ -30,12 +30,13 @@ std::string Full_card(const Folders& folders, const std::string& kind, int recor
     return folder;
 }
 
-/** From the end of the mount call, which a kernel makes, until the catalogue is built. */
 double Mount_to_ready(const Card& card, int recordings)
 {
-    card.Mount();
     unsigned long found = 0;
-    const double seconds = Seconds([&] { found = card.Wait(); });
+    const double seconds = Seconds([&] {
+        card.Mount();
+        found = card.Wait();
+    });
     Require(found == static_cast<unsigned long>(recordings), "the catalogue is not whole");
     card.Unmount();
     return seconds;
@@ -57,7 +58,6 @@ Run Intact(const std::string& folder, int recordings)
     return [=] { return Mount_to_ready(*card, recordings); };
 }
 
-/** After a mount, too: what that has touched is in the processor's caches. */
 Run Intact_limit(const std::string& folder)
 {
     const auto card = std::make_shared<Card>(folder);

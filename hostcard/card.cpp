@@ -245,7 +245,7 @@ int Card::mount(Place device, const char* directory, const char* type)
     m_mounted_as = directory;
     while (m_mounted_as.size() > 1 && m_mounted_as.back() == '/')
         m_mounted_as.pop_back();
-    measure();
+    m_free_clusters.reset();
     return 0;
 }
 
@@ -258,15 +258,22 @@ std::uint64_t Card::room(std::uint64_t size, std::uint64_t offset, std::uint64_t
     count = std::min(count, fat32_file_max - offset);
     const std::int64_t held = static_cast<std::int64_t>(m_volume->clusters_for(size));
     const std::int64_t wanted = static_cast<std::int64_t>(m_volume->clusters_for(offset + count));
-    if (wanted <= held || wanted - held <= m_free_clusters)
+    if (wanted <= held || wanted - held <= free_clusters())
         return count;
     measure(); // before refusing, see what was freed past these calls
-    const std::uint64_t end = static_cast<std::uint64_t>(held + m_free_clusters) * m_volume->cluster_bytes;
+    const std::uint64_t end = static_cast<std::uint64_t>(held + free_clusters()) * m_volume->cluster_bytes;
     if (end <= offset) {
         errno = ENOSPC;
         return 0;
     }
     return std::min(count, end - offset);
+}
+
+std::int64_t Card::free_clusters()
+{
+    if (!m_free_clusters)
+        measure();
+    return *m_free_clusters;
 }
 
 void Card::measure()
@@ -278,13 +285,15 @@ struct statfs Card::sizes(long long free_bytes)
 {
     if (free_bytes >= 0)
         return m_volume->sizes(static_cast<std::uint64_t>(free_bytes) / m_volume->cluster_bytes);
-    return m_volume->sizes(static_cast<std::uint64_t>(std::max<std::int64_t>(m_free_clusters, 0)));
+    return m_volume->sizes(static_cast<std::uint64_t>(std::max<std::int64_t>(free_clusters(), 0)));
 }
 
 void Card::resized(std::uint64_t old_size, std::uint64_t new_size)
 {
-    m_free_clusters += static_cast<std::int64_t>(m_volume->clusters_for(old_size));
-    m_free_clusters -= static_cast<std::int64_t>(m_volume->clusters_for(new_size));
+    if (!m_free_clusters)
+        return;
+    *m_free_clusters += static_cast<std::int64_t>(m_volume->clusters_for(old_size));
+    *m_free_clusters -= static_cast<std::int64_t>(m_volume->clusters_for(new_size));
 }
 
 } // namespace hostcard

@@ -110,6 +110,7 @@ public:
 
 private:
     Card(const std::string& folder, int image, Geometry geometry);
+    std::int64_t free_clusters();
     void measure();
 
     const std::string m_image_path;
@@ -119,7 +120,8 @@ private:
     Window m_partition{};
     std::string m_mounted_as; // the name of the mount point that the host used
     std::optional<Volume> m_volume;
-    std::int64_t m_free_clusters = 0; // counted along, because measuring walks through the whole card
+    // Counted along once it was asked for, because measuring walks through the whole card.
+    std::optional<std::int64_t> m_free_clusters;
 };
 
 } // namespace hostcard

@@ -21,7 +21,7 @@
  * stat, remove, opendir, readdir, closedir, ioctl, mount, umount, statfs, sleep and usleep. Streams, the
  * openat() family and code built with _FILE_OFFSET_BITS=64 go past them to the machine's own files: they see
  * files/ whether it is mounted or not, and no devices; what they add or delete there changes the free space
- * from the next mount on. A descriptor that open() gave must be closed by close().
+ * from the next mount on, if not sooner. A descriptor that open() gave must be closed by close().
  *
  * Results are 0 (or a value) on success; on failure -1 with errno set, as the calls they stand for do.
  */
