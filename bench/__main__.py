@@ -40,7 +40,7 @@ def full(options):
     print(f"{title}\n\n{report.table(results)}\n\n{report.growth_table(growths)}")
     picture = os.path.join(machine.WORK, "benchmarks.svg")
     report.draw(picture, title, results, curves)
-    report.write_json(os.path.join(machine.WORK, "results.json"), title, results, growths, counted)
+    report.write_json(os.path.join(machine.WORK, "results.json"), title, results, curves, growths, counted)
     if options.publish:
         report.publish(title, results)
         report.draw(report.PICTURE, title, results, curves)

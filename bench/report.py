@@ -117,9 +117,9 @@ def header(rounds):
     return f"{datetime.date.today()}, {describe()}, medians of {rounds} rounds"
 
 
-def write_json(path, title, results, growths, counted):
+def write_json(path, title, results, curves, powers, counted):
     with open(path, "w", encoding="utf-8") as file:
-        json.dump({"title": title, "rows": results, "growth": growths, "counts": counted}, file, indent=1)
+        json.dump({"title": title, "rows": results, "curves": curves, "growth": powers, "counts": counted}, file, indent=1)
         file.write("\n")
 
 
@@ -167,7 +167,7 @@ def growth_table(powers):
 def draw(path, title, results, curves):
     import matplotlib  # takes a second to load
     matplotlib.use("svg")
-    matplotlib.rcParams.update({"svg.hashsalt": "ifs", "font.size": 8, "axes.spines.top": False, "axes.spines.right": False})
+    matplotlib.rcParams.update({"svg.hashsalt": "ifs", "svg.fonttype": "none", "font.size": 8, "axes.spines.top": False, "axes.spines.right": False})
     from matplotlib import pyplot
 
     figure, (left, middle, right) = pyplot.subplots(1, 3, figsize=(13, 4.8), width_ratios=(5, 4, 3), layout="constrained")
