@@ -45,7 +45,10 @@ void Catalogue_index::Forget(Rec_file_list& list, Rec_file_list::iterator positi
             mark.position = std::next(position);
         }
     }
-    while (!m_marks.empty() && m_marks.back().position == list.end()) {
+    // Two marks meet when all between them is gone; the first one knows better what lies in front.
+    const auto met = [](const Mark& a, const Mark& b) { return a.position == b.position; };
+    m_marks.erase(std::unique(m_marks.begin(), m_marks.end(), met), m_marks.end());
+    if (!m_marks.empty() && m_marks.back().position == list.end()) {
         m_marks.pop_back();
         m_since_mark = k_entries_a_mark; // the next entry gets a mark
     }

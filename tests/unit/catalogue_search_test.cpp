@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <random>
 
 #include "store/catalogue_index.h"
@@ -63,6 +65,25 @@ TEST(CatalogueIndex, LeavesNoMatchOutOfASearchWhateverComesAndGoes)
         };
         ASSERT_EQ(matches(index.Walk_from(list, search.start_tm)), matches(list.begin())) << step;
     }
+}
+
+TEST(CatalogueIndex, TakesNoMemoryForWhatIsGone)
+{
+    const auto heap = [] { return mallinfo2().uordblks; };
+    Rec_file_list list;
+    Catalogue_index index;
+    index.Sort(list);
+    size_t after_a_while = 0;
+    for (int i = 0; i < 100000; ++i) {
+        list.push_back(Recording(i, 1, i));
+        index.Extend(list);
+        if (list.size() > 100) {
+            index.Forget(list, list.begin());
+            list.pop_front();
+        }
+        after_a_while = i == 1000 ? heap() : after_a_while;
+    }
+    EXPECT_LE(heap(), after_a_while + 1024);
 }
 
 TEST(IndexSearch, GivesTheCatalogueThatAWalkFromTheFrontGives)
