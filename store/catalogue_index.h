@@ -36,7 +36,7 @@ private:
 
     std::vector<Mark> m_marks;
     unsigned m_since_mark = 0; ///< entries from the last mark on
-    Tm_key m_latest_end{};     ///< of all entries, none without
+    Tm_key m_latest_end{};     ///< of all entries that there were
     bool m_ascends = false;
 };
 
