@@ -16,7 +16,7 @@ def arguments():
     mode.add_argument("--check", action="store_true",
                       help="only count what does not depend on the machine's speed, and compare it with bench/baseline.json")
     mode.add_argument("--update", action="store_true", help="count the same and write bench/baseline.json")
-    mode.add_argument("--publish", action="store_true", help="put the figures into README.md and the picture into docs/, too")
+    mode.add_argument("--publish", action="store_true", help="put the figures and the picture into docs/, and headlines into README.md, too")
     mode.add_argument("--target", action="store_true", help="count on the camera's processor, in a virtual machine")
     options = parser.parse_args()
     if options.rounds < 5:

@@ -32,7 +32,7 @@ using Run = std::function<double()>;
  *
  * @param prepare  called before each repetition; what it returns is run, and goes when the repetition ends
  */
-void Register(int row, const std::string& variant, Role role, int size, int iterations,
+void Register(const std::string& row, const std::string& variant, Role role, int size, int iterations,
               const std::function<Run()>& prepare);
 
 /** Seconds that a function takes. */

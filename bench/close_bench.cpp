@@ -62,12 +62,12 @@ void Register_close(const Folders& folders)
     static int cards = 0;
     const auto folder = [=] { return folders.memory + "/close" + std::to_string(++cards); };
     for (const int recordings : {1000, 4000, 16000}) {
-        Register(7, "close", Role::OURS, recordings, 10,
+        Register("close", "close", Role::OURS, recordings, 10,
                  [=] { return Close_ours(folder(), recordings, media("main"), MINUTE_US); });
     }
-    Register(7, "close", Role::LIMIT, 0, 10, [=] { return Close_limit(folder(), media("main")); });
+    Register("close", "close", Role::LIMIT, 0, 10, [=] { return Close_limit(folder(), media("main")); });
     for (const unsigned minutes : {1u, 10u, 60u}) {
-        Register(7, "close by length", Role::OURS, static_cast<int>(minutes), 1,
+        Register("close", "close by length", Role::OURS, static_cast<int>(minutes), 1,
                  [=] { return Close_ours(folder(), 0, media("sub"), minutes * MINUTE_US); });
     }
 }

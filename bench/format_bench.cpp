@@ -96,12 +96,12 @@ void Register_format(const Folders& folders)
             return std::make_shared<Card>(folders.memory + "/format" + std::to_string(gigabytes),
                                           gigabytes * 1000000000ull);
         };
-        Register(8, "format", Role::OURS, gigabytes, iterations, [=]() -> Run {
+        Register("format", "format", Role::OURS, gigabytes, iterations, [=]() -> Run {
             return [inserted = card()] {
                 return Seconds([] { Require(Ifsi_format() == 0, "cannot format the card"); });
             };
         });
-        Register(8, "format", Role::LIMIT, gigabytes, iterations,
+        Register("format", "format", Role::LIMIT, gigabytes, iterations,
                  [=]() -> Run { return [inserted = card()] { return Seconds(Write_sectors); }; });
     }
 }

@@ -12,12 +12,12 @@
 namespace bench
 {
 
-void Register(int row, const std::string& variant, Role role, int size, int iterations,
+void Register(const std::string& row, const std::string& variant, Role role, int size, int iterations,
               const std::function<Run()>& prepare)
 {
     constexpr const char* ROLES[] = {"ours", "peer", "limit"};
-    const std::string name = std::to_string(row) + "/" + variant + "/" + ROLES[static_cast<int>(role)] + "/" +
-                             std::to_string(size);
+    const std::string name =
+        row + "/" + variant + "/" + ROLES[static_cast<int>(role)] + "/" + std::to_string(size);
     benchmark::RegisterBenchmark(name.c_str(),
                                  [prepare](benchmark::State& state) {
                                      try {

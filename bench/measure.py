@@ -10,10 +10,11 @@ from bench import counts
 from bench.machine import FFMPEG, MEDIA, PROGRAMS, WORK, Failure, Folder, make_movie, processor_seconds, run, say
 
 MEGABYTES = 150
+IN_PROCESS = ("play", "mount", "probe", "search", "close", "format", "seek")
 
 
 def record(figures, rounds):
-    """Row 1: processor seconds of recording, beside those of whole processes that copy the same bytes."""
+    """Processor seconds of recording, beside those of whole processes that copy the same bytes."""
     movie = os.path.join(WORK, "movie.mp4")
     make_movie(movie, MEGABYTES)
     for round_number in range(-1, rounds):  # the first one warms caches
@@ -30,15 +31,15 @@ def record(figures, rounds):
                 if role == "ours":
                     seconds = float(re.search(r"^recording: ([\d.]+) s$", output, re.MULTILINE).group(1))
                 if round_number >= 0:
-                    figures[1, variant, 0][role].append(seconds)
+                    figures["record", variant, 0][role].append(seconds)
 
 
 def in_process(figures, rounds):
-    """Rows 3 to 9, by Google Benchmark, which takes the repetitions in random turn; on one processor, as a camera has,
-    or the worker that builds the catalogue would find cold caches where the limit finds warm ones."""
+    """The rows that ifs_bench registers, by Google Benchmark, which takes the repetitions in random turn; on one processor,
+    as a camera has, or the worker that builds the catalogue would find cold caches where the limit finds warm ones."""
     processor = str(max(os.sched_getaffinity(0)))
-    for row in range(3, 10):
-        say(f"  row {row}")
+    for row in IN_PROCESS:
+        say(f"  {row}")
         with Folder(in_memory=True) as memory, Folder(in_memory=False) as disk:
             results = os.path.join(memory, "results.json")
             run(["taskset", "-c", processor, f"{PROGRAMS}/ifs_bench", MEDIA, memory, disk, f"--benchmark_filter=^{row}/",
@@ -55,11 +56,11 @@ def take(figures, benchmarks):
         if benchmark["run_type"] == "iteration":
             row, variant, role, size = benchmark["name"].split("/")[:4]
             scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1}[benchmark["time_unit"]]
-            figures[int(row), variant, int(size)][role].append(benchmark["real_time"] * scale)
+            figures[row, variant, int(size)][role].append(benchmark["real_time"] * scale)
 
 
 def whole_processes(figures, rounds):
-    """The peers of rows 5 and 8, a process each."""
+    """The peers of probing and formatting, a process each."""
     with Folder(in_memory=True) as folder:
         processor_seconds([f"{PROGRAMS}/record_bench", f"{folder}/card", MEDIA, "1"])
         recording = next(entry.path for entry in os.scandir(f"{folder}/card/files") if entry.name.startswith("Rec_"))
@@ -73,9 +74,9 @@ def whole_processes(figures, rounds):
                 formats[gigabytes] = wall_seconds(["/sbin/mkfs.fat", "-F", "32", "-s", "128", image])
                 os.remove(image)
             if round_number >= 0:
-                figures[5, "index lost", 16000]["peer"].append(probe)
+                figures["probe", "index lost", 16000]["peer"].append(probe)
                 for gigabytes, seconds in formats.items():
-                    figures[8, "format", gigabytes]["peer"].append(seconds)
+                    figures["format", "format", gigabytes]["peer"].append(seconds)
 
 
 def wall_seconds(command):
@@ -95,8 +96,8 @@ def measure(rounds):
     say("Counting instructions, allocations and memory")
     counted = counts.count()
     counted.update(counts.count_growth())
-    figures[2, "instructions", 0]["ours"] = [counted["write: instructions a frame"]]
-    figures[2, "allocations", 0].update(ours=[counted["record: allocations in 4 minutes"]], limit=[0])
-    figures[10, "heap", 16000].update(ours=[counted["heap: bytes with 16,000 recordings"]], limit=[16000 * 124])
-    figures[10, "growth", 0].update(ours=[counted["heap: bytes left by 10,000 recordings"]], limit=[0])
+    figures["frame", "instructions", 0]["ours"] = [counted["write: instructions a frame"]]
+    figures["frame", "allocations", 0].update(ours=[counted["record: allocations in 4 minutes"]], limit=[0])
+    figures["heap", "heap", 16000].update(ours=[counted["heap: bytes with 16,000 recordings"]], limit=[16000 * 124])
+    figures["heap", "growth", 0].update(ours=[counted["heap: bytes left by 10,000 recordings"]], limit=[0])
     return figures, counted

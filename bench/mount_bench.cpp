@@ -100,12 +100,14 @@ void Register_mount(const Folders& folders)
     for (const int recordings : {1000, 4000, 16000}) {
         for (const auto& kind : ORDERS) {
             const auto folder = [=] { return Full_card(folders, kind.name, recordings, kind.order, false); };
-            Register(4, kind.name, Role::OURS, recordings, 5, [=] { return Intact(folder(), recordings); });
-            Register(4, kind.name, Role::LIMIT, recordings, 5, [=] { return Intact_limit(folder()); });
+            Register("mount", kind.name, Role::OURS, recordings, 5,
+                     [=] { return Intact(folder(), recordings); });
+            Register("mount", kind.name, Role::LIMIT, recordings, 5, [=] { return Intact_limit(folder()); });
         }
         const auto folder = [=] { return Full_card(folders, "content", recordings, Order::CREATION, true); };
-        Register(5, "index lost", Role::OURS, recordings, 2, [=] { return Lost(folder(), recordings); });
-        Register(5, "index lost", Role::LIMIT, recordings, 2,
+        Register("probe", "index lost", Role::OURS, recordings, 2,
+                 [=] { return Lost(folder(), recordings); });
+        Register("probe", "index lost", Role::LIMIT, recordings, 2,
                  [=] { return Lost_limit(folder(), recordings); });
     }
 }

@@ -152,7 +152,7 @@ void Register_playback(const Folders& folders)
 {
     const auto card = [=] { return Card_with_recordings(folders); };
     const auto registered = [=](Role role, const std::function<void(const Card&)>& work) {
-        Register(3, "play", role, 0, 3, [=]() -> Run {
+        Register("play", "play", role, 0, 3, [=]() -> Run {
             return [inserted = card(), work] { return Cpu_seconds([&] { work(*inserted); }); };
         });
     };
@@ -162,15 +162,15 @@ void Register_playback(const Folders& folders)
     for (const int minutes : {1, 10, 30, 60}) {
         const time_t start = LONG_START + minutes * 10000;
         const int target_s = minutes * MINUTE_S * 4 / 5;
-        Register(3, "play by length", Role::OURS, minutes, 3, [=]() -> Run {
+        Register("play", "play by length", Role::OURS, minutes, 3, [=]() -> Run {
             return [inserted = card(), start] { return Cpu_seconds([&] { Play(start); }); };
         });
-        Register(9, "open and seek", Role::OURS, minutes, 50, [=]() -> Run {
+        Register("seek", "open and seek", Role::OURS, minutes, 50, [=]() -> Run {
             return [inserted = card(), start, target_s] {
                 return Seconds([&] { Open_and_seek(start, target_s); });
             };
         });
-        Register(9, "open and seek", Role::PEER, minutes, 20, [=]() -> Run {
+        Register("seek", "open and seek", Role::PEER, minutes, 20, [=]() -> Run {
             return [inserted = card(), start, target_s] {
                 const std::string path = inserted->Path(Name_of(start));
                 return Seconds([&] { Open_and_seek_format(path, target_s); });

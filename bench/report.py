@@ -11,53 +11,56 @@ from dataclasses import dataclass, field
 from bench.machine import ROOT, WORK, describe
 
 README = os.path.join(ROOT, "README.md")
+DOCUMENT = os.path.join(ROOT, "docs/benchmarks.md")
 PICTURE = os.path.join(ROOT, "docs/benchmarks.svg")
 
 
 @dataclass
 class Row:
-    number: int
     work: str
-    key: tuple  # of the figures
+    key: tuple  # of the figures: row, variant, size
     peer: str = ""
     limit: str = ""
     unit: str = "s"
     limit_key: tuple = None  # where it is not that of ours
     aims: dict = field(default_factory=dict)  # at most so many times the peer or the limit; "ours": at most so much
+    headline: bool = False  # also shown on the first page
 
 
 def mount_row(order):
-    return Row(4, f"mount, 16,000 recordings, directory {order}", (4, order, 16000), limit="read directory and indexes",
-               aims={"limit": 2})
+    return Row(f"mount, 16,000 recordings, directory {order}", ("mount", order, 16000), limit="read directory and indexes",
+               aims={"limit": 2}, headline=order == "in order")
 
 
 def search_row(what, aims):
-    return Row(6, f"search, {what}" if what[0] != "c" else what, (6, what, 16000), peer="SQLite", aims=aims)
+    return Row(f"search, {what}" if what[0] != "c" else what, ("search", what, 16000), peer="SQLite", aims=aims,
+               headline=what == "an hour")
 
 
 ROWS = [
-    Row(1, "record 150 MB, processor time", (1, "record", 0), peer="ffmpeg -c copy -f segment", limit="cp",
-        aims={"peer": 1 / 3, "limit": 1.3}),
-    Row(1, "the same, beside a copy that is synced as well", (1, "record", 0), limit="cp, sync",
-        limit_key=(1, "copy and sync", 0)),
-    Row(2, "one frame written, instructions", (2, "instructions", 0), unit=""),
-    Row(2, "4 minutes written, allocations", (2, "allocations", 0), limit="none", unit="", aims={"ours": 0}),
-    Row(3, "play 150 MB, processor time", (3, "play", 0), peer="libavformat", limit="cat",
-        aims={"peer": 1 / 2, "limit": 1.3}),
+    Row("record 150 MB, processor time", ("record", "record", 0), peer="ffmpeg -c copy -f segment", limit="cp",
+        aims={"peer": 1 / 3, "limit": 1.3}, headline=True),
+    Row("the same, beside a copy that is synced as well", ("record", "record", 0), limit="cp, sync",
+        limit_key=("record", "copy and sync", 0)),
+    Row("one frame written, instructions", ("frame", "instructions", 0), unit=""),
+    Row("4 minutes written, allocations", ("frame", "allocations", 0), limit="none", unit="", aims={"ours": 0}),
+    Row("play 150 MB, processor time", ("play", "play", 0), peer="libavformat", limit="cat",
+        aims={"peer": 1 / 2, "limit": 1.3}, headline=True),
     *map(mount_row, ("in order", "rotated", "shuffled")),
-    Row(5, "mount without index files, a recording", (5, "index lost", 16000), peer="ffprobe",
+    Row("mount without index files, a recording", ("probe", "index lost", 16000), peer="ffprobe",
         limit="open, read 4 KiB, close", aims={"peer": 1 / 50, "limit": 5}),
     search_row("an hour", {"peer": 2}),
     search_row("a day", {}),
     search_row("everything", {"peer": 1}),
     search_row("calendar of a month", {}),
-    Row(7, "close with 16,000 recordings", (7, "close", 16000), limit="close of the MP4 file", limit_key=(7, "close", 0),
-        aims={"limit": 1.2}),
-    *(Row(8, f"format {size} GB", (8, "format", size), peer="mkfs.fat", limit="write the same sectors", aims={"limit": 1.1})
+    Row("close with 16,000 recordings", ("close", "close", 16000), limit="close of the MP4 file",
+        limit_key=("close", "close", 0), aims={"limit": 1.2}),
+    *(Row(f"format {size} GB", ("format", "format", size), peer="mkfs.fat", limit="write the same sectors", aims={"limit": 1.1})
       for size in (8, 128)),
-    Row(9, "open 30 minutes and seek, first frame", (9, "open and seek", 30), peer="libavformat", aims={"peer": 1 / 5}),
-    Row(10, "heap with 16,000 recordings", (10, "heap", 16000), limit="124 bytes each", unit="B", aims={"limit": 1.6}),
-    Row(10, "heap left by 10,000 recordings", (10, "growth", 0), limit="none", unit="B", aims={"ours": 0}),
+    Row("open 30 minutes and seek, first frame", ("seek", "open and seek", 30), peer="libavformat",
+        aims={"peer": 1 / 5}, headline=True),
+    Row("heap with 16,000 recordings", ("heap", "heap", 16000), limit="124 bytes each", unit="B", aims={"limit": 1.6}),
+    Row("heap left by 10,000 recordings", ("heap", "growth", 0), limit="none", unit="B", aims={"ours": 0}),
 ]
 
 
@@ -84,7 +87,7 @@ def evaluate(figures):
         ours = medians["ours"]
         ratios = {role: ours / medians[role] for role in ("peer", "limit") if medians.get(role)}
         held = all((ours if role == "ours" else ratios[role]) <= most for role, most in row.aims.items())
-        results.append({"row": row.number, "work": row.work, "peer is": row.peer, "limit is": row.limit, "unit": row.unit,
+        results.append({"row": row.key[0], "work": row.work, "peer is": row.peer, "limit is": row.limit, "unit": row.unit,
                         **medians, "to peer": ratios.get("peer"), "to limit": ratios.get("limit"), "aims": row.aims,
                         "held": held, "samples": dict(figures[row.key])})
     return results
@@ -97,12 +100,12 @@ def aim_text(aims):
 
 def lines(results):
     """The cells of the table, a list a line."""
-    yield ["", "work", "ifs", "peer", "limit", "to peer", "to limit", "aim", ""]
+    yield ["row", "work", "ifs", "peer", "limit", "to peer", "to limit", "aim", ""]
     for result in results:
         figure = [amount(result.get(role), result["unit"]) for role in ("ours", "peer", "limit")]
         ratio = [f"{result[key]:.3g}" if result[key] else "" for key in ("to peer", "to limit")]
         verdict = ("held" if result["held"] else "MISSED") if result["aims"] else ""
-        yield [str(result["row"]), result["work"], *figure, *ratio, aim_text(result["aims"]), verdict]
+        yield [result["row"], result["work"], *figure, *ratio, aim_text(result["aims"]), verdict]
 
 
 def table(results):
@@ -131,13 +134,13 @@ def growth_curves(figures):
         curves[kind].setdefault(name, []).append((size, statistics.median(seconds)))
 
     for (row, variant, size), roles in sorted(figures.items()):
-        if row == 9 or variant.endswith(" by length"):
+        if row == "seek" or variant.endswith(" by length"):
             add("minutes", variant.replace(" by length", ""), size, roles["ours"])
-        elif row == 5:
+        elif row == "probe":
             add("recordings", "mount, no index files", size, [seconds * size for seconds in roles["ours"]])
-        elif row in (4, 6, 7) and size:
-            add("recordings", {4: f"mount, {variant}", 6: variant, 7: variant}[row], size, roles["ours"])
-        if row == 4 and variant == "in order":
+        elif row in ("mount", "search", "close") and size:
+            add("recordings", f"mount, {variant}" if row == "mount" else variant, size, roles["ours"])
+        if row == "mount" and variant == "in order":
             add("recordings", "reading directory and indexes", size, roles["limit"])
     return curves
 
@@ -211,13 +214,23 @@ def draw_growth(axes, curves, label):
     axes.legend(fontsize=6)
 
 
-def publish(title, results):
-    """Put the table into the README, between its two marks."""
-    with open(README, encoding="utf-8") as file:
-        text = file.read()
-    cells = list(lines(results))
+def markdown(cells):
     rows = ["| " + " | ".join(line) + " |" for line in cells]
     rows.insert(1, "|" + "---|" * len(cells[0]))
-    section = f"<!-- figures -->\n{title}\n\n" + "\n".join(rows) + "\n<!-- end of figures -->"
-    with open(README, "w", encoding="utf-8") as file:
+    return "\n".join(rows)
+
+
+def put_between_marks(path, section):
+    with open(path, encoding="utf-8") as file:
+        text = file.read()
+    section = f"<!-- figures -->\n{section}\n<!-- end of figures -->"
+    with open(path, "w", encoding="utf-8") as file:
         file.write(re.sub(r"<!-- figures -->.*<!-- end of figures -->", lambda _: section, text, flags=re.DOTALL))
+
+
+def publish(title, results):
+    """Put the table into the document and its headlines into the README, each between its two marks."""
+    cells = list(lines(results))
+    put_between_marks(DOCUMENT, f"{title}\n\n{markdown(cells)}")
+    headlines = [line[1:5] for line, row in zip(cells[1:], ROWS) if row.headline]
+    put_between_marks(README, markdown([cells[0][1:5], *headlines]))

@@ -194,7 +194,7 @@ void Register_kind(const Folders& folders, const Kind& kind, int recordings)
 {
     const std::vector<Range> ranges = Ranges(recordings, kind.length_s);
     const int iterations = ranges.size() > 1 ? 20 : 10;
-    Register(6, kind.name, Role::OURS, recordings, iterations, [=]() -> Run {
+    Register("search", kind.name, Role::OURS, recordings, iterations, [=]() -> Run {
         const std::string folder = folders.memory + "/search" + std::to_string(recordings);
         if (!std::filesystem::exists(folder)) {
             Make_full_card(folder, recordings, Order::CREATION, "");
@@ -213,7 +213,7 @@ void Register_kind(const Folders& folders, const Kind& kind, int recordings)
                        : A_range(ranges, [](const Range& range) { return Search(range.begin, range.end); });
         };
     });
-    Register(6, kind.name, Role::PEER, recordings, iterations, [=]() -> Run {
+    Register("search", kind.name, Role::PEER, recordings, iterations, [=]() -> Run {
         const auto database = std::make_shared<Database>(recordings);
         return [=] {
             return kind.calendar
