@@ -1,0 +1,25 @@
+/**
+ * What a file can hold, beside its size. The writer refuses a frame that would pass a limit; the reader
+ * neither plays nor finishes a file beyond one, and knows so before it takes memory for it.
+ */
+#ifndef CONTAINER_LIMITS_H
+#define CONTAINER_LIMITS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ifs_mp4
+{
+
+/**
+ * Bytes that the tables of a file take in memory, as Tables::moov_bound() counts them: a day of 20 pictures
+ * and 8 audio frames a second at uneven times, or 11 hours of 25 and 43.
+ */
+constexpr uint64_t max_table_bytes = 32 << 20;
+
+/** Frames in a fragment. The writer cuts it long before; a later one may not. */
+constexpr size_t max_fragment_samples = 8192;
+
+} // namespace ifs_mp4
+
+#endif
