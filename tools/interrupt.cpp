@@ -27,6 +27,9 @@ void watch_for_interrupt()
     action.sa_handler = count_signal;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction given = {};
+    if (sigaction(SIGHUP, nullptr, &given) == 0 && given.sa_handler != SIG_IGN) // nohup wants to go on
+        sigaction(SIGHUP, &action, nullptr);
     signal(SIGPIPE, SIG_IGN);
 }
 
