@@ -11,12 +11,14 @@ extern "C" {
 #include "tools/commands.h"
 #include "tools/interrupt.h"
 #include "tools/recordings.h"
+#include "tools/usage.h"
 
 namespace
 {
 
 constexpr const char* footer = R"(
-Times are written like 2026-03-05T10:00:00, local, or with a zone: 2026-03-05T10:00:00+01:00.
+Times are local, like 2026-03-05T10:00:00, or carry their zone, like
+2026-03-05T10:00:00+01:00.
 Results go to standard output, everything else to standard error.
 
 Exit codes:
@@ -26,17 +28,20 @@ Exit codes:
     3  no card at the path, or another process uses it
     4  the card is not formatted
     5  the card is full
-    6  the input, or the recordings, cannot be used: missing, damaged, not H.264 with AAC or no sound
+    6  the input or the recordings cannot be used: missing, damaged, not H.264,
+       sound that is not AAC
     7  no recording at that time
     8  refused: answered no, or something of that name exists
     9  the check has found a problem
   130  interrupted; recordings were closed cleanly
 
 Example:
-  ifsctl --card card create --size 8G
-  ifsctl --card card format --yes
-  ifsctl --card card record camera.mp4 --segment 60 --start 2026-03-05T10:00
-  ifsctl --card card play --at 2026-03-05T10:01:30 | ffplay -)";
+  export IFS_CARD=card
+  ifsctl create --size 8G
+  ifsctl format --yes
+  ifsctl record camera.mp4 --segment 60 --start 2026-03-05T10:00
+  ifsctl play --at 2026-03-05T10:01:30 | ffplay -)";
+constexpr const char* command_footer = "Options, times and exit codes that all commands share: ifsctl --help";
 
 struct Options {
     std::string card_path;
@@ -50,21 +55,30 @@ struct Options {
     bool repair = false;
     PlayOptions play;
     ExportOptions clip;
+    std::string topic;
     std::function<ExitCode(const Context&)> command;
 };
 
+/** Add a command. @param notes  what its help says behind its options, lines with an end */
+CLI::App* add_command(CLI::App& app, const char* name, const char* purpose, const std::string& notes = "")
+{
+    CLI::App* command = app.add_subcommand(name, purpose);
+    command->group("Commands");
+    command->footer(notes + command_footer);
+    return command;
+}
+
 void define_card_commands(CLI::App& app, Options& options)
 {
-    CLI::App* create =
-        app.add_subcommand("create", "Make a virtual card: a folder that stands in for a card");
-    create->add_option("--size", options.size, "Its size, like 8G")->required();
+    CLI::App* create = add_command(app, "create", "Make a virtual card, a folder in place of a card");
+    create->add_option("--size", options.size, "Its size, like 8G")->required()->type_name("SIZE");
     create->callback([&options] {
         options.command = [&options](const Context& context) {
             create_card(context, options.size);
             return ExitCode::ok;
         };
     });
-    CLI::App* format = app.add_subcommand("format", "Erase the card and prepare it for recordings");
+    CLI::App* format = add_command(app, "format", "Erase the card and prepare it for recordings");
     format->add_flag("--yes", options.yes, "Do not ask");
     format->callback([&options] {
         options.command = [&options](const Context& context) {
@@ -72,7 +86,7 @@ void define_card_commands(CLI::App& app, Options& options)
             return ExitCode::ok;
         };
     });
-    CLI::App* info = app.add_subcommand("info", "Describe the card");
+    CLI::App* info = add_command(app, "info", "Describe the card");
     info->callback([&options] {
         options.command = [](const Context& context) {
             show_info(context);
@@ -83,14 +97,17 @@ void define_card_commands(CLI::App& app, Options& options)
 
 void define_record(CLI::App& app, RecordOptions& options, Options& all)
 {
-    CLI::App* command = app.add_subcommand(
-        "record",
-        "Record a file or live stream (H.264, AAC or no sound); a full card loses its oldest recordings");
-    command->add_option("INPUT", options.input, "File or URL for the main stream")->required();
-    command->add_option("--sub-input", options.sub_input, "File or URL for the sub stream");
-    command->add_option("--start", options.start, "Time of the first frame (default: now)");
-    command->add_option("--segment", options.segment_s, "Length of a recording, seconds; cut at key frames")
-        ->check(CLI::Range(1, 86400))
+    CLI::App* command = add_command(app, "record", "Record a file or a live stream",
+                                    "The input is H.264, with AAC or no sound.\n"
+                                    "When the card is full, its oldest recordings are deleted.\n");
+    command->add_option("INPUT", options.input, "File or URL for the main stream")->required()->type_name("");
+    command->add_option("--sub-input", options.sub_input, "File or URL for the sub stream")
+        ->type_name("INPUT");
+    command->add_option("--start", options.start, "Time of the first frame (default: now)")
+        ->type_name("TIME");
+    command->add_option("--segment", options.segment_s, "Length of a recording; cut at key frames")
+        ->check(CLI::Range(1, 86400).description(""))
+        ->type_name("SECONDS")
         ->capture_default_str();
     command->add_flag("--realtime", options.real_time, "Record as fast as the stream runs, not faster");
     command->callback(
@@ -99,18 +116,18 @@ void define_record(CLI::App& app, RecordOptions& options, Options& all)
 
 void define_queries(CLI::App& app, Options& options)
 {
-    CLI::App* list = app.add_subcommand("list", "List recordings");
-    list->add_option("--from", options.list.from, "Leave out what ends before");
-    list->add_option("--to", options.list.to, "Leave out what starts after");
-    list->add_option("--stream", options.list.stream, "main or sub (default: both)");
+    CLI::App* list = add_command(app, "list", "List recordings");
+    list->add_option("--from", options.list.from, "Leave out what ends before")->type_name("TIME");
+    list->add_option("--to", options.list.to, "Leave out what starts after")->type_name("TIME");
+    list->add_option("--stream", options.list.stream, "main or sub (default: both)")->type_name("STREAM");
     list->callback([&options] {
         options.command = [&options](const Context& context) {
             list_recordings(context, options.list);
             return ExitCode::ok;
         };
     });
-    CLI::App* calendar = app.add_subcommand("calendar", "Draw a month with the days that hold recordings");
-    calendar->add_option("MONTH", options.month, "Month, like 2026-03")->required();
+    CLI::App* calendar = add_command(app, "calendar", "Draw a month with the days that hold recordings");
+    calendar->add_option("MONTH", options.month, "Month, like 2026-03")->required()->type_name("");
     calendar->callback([&options] {
         options.command = [&options](const Context& context) {
             show_calendar(context, options.month);
@@ -121,48 +138,65 @@ void define_queries(CLI::App& app, Options& options)
 
 void define_play(CLI::App& app, PlayOptions& options, Options& all)
 {
-    CLI::App* command = app.add_subcommand(
-        "play",
-        "Write the frames from a time on, H.264 Annex B from the key frame before it, or AAC in ADTS");
-    command->add_option("--at", options.at, "Time to play from")->required();
-    command->add_option("--stream", options.stream, "main or sub")->capture_default_str();
+    CLI::App* command = add_command(app, "play", "Write the frames from a time on",
+                                    "Pictures are H.264 in Annex B, from the key frame before that time on;\n"
+                                    "sound is AAC in ADTS.\n");
+    command->add_option("--at", options.at, "Time to play from")->required()->type_name("TIME");
+    command->add_option("--stream", options.stream, "main or sub")
+        ->type_name("STREAM")
+        ->capture_default_str();
     command->add_flag("--audio", options.audio, "The sound instead of the picture");
-    command
-        ->add_option("--duration", options.duration_s,
-                     "Seconds to play (default: all the footage that follows)")
-        ->check(CLI::PositiveNumber);
+    command->add_option("--duration", options.duration_s, "How long to play (default: to the last frame)")
+        ->check(CLI::PositiveNumber.description(""))
+        ->type_name("SECONDS");
     command->add_option("--output", options.output, "File or named pipe, - for standard output")
+        ->type_name("FILE")
         ->capture_default_str();
     command->callback([&] { all.command = [&](const Context& context) { return play(context, options); }; });
 }
 
 void define_export(CLI::App& app, ExportOptions& options, Options& all)
 {
-    CLI::App* command = app.add_subcommand("export", "Copy a time span into one MP4 file, across recordings");
-    command->add_option("--from", options.from, "Begin; the clip starts at the key frame before")->required();
-    command->add_option("--to", options.to, "End")->required();
-    command->add_option("--stream", options.stream, "main or sub")->capture_default_str();
-    command->add_option("FILE", options.file, "MP4 file to make")->required();
+    CLI::App* command = add_command(app, "export", "Copy a time span into one MP4 file");
+    command->add_option("--from", options.from, "Begin; the clip starts at the key frame before")
+        ->required()
+        ->type_name("TIME");
+    command->add_option("--to", options.to, "End")->required()->type_name("TIME");
+    command->add_option("--stream", options.stream, "main or sub")
+        ->type_name("STREAM")
+        ->capture_default_str();
+    command->add_option("FILE", options.file, "MP4 file to make")->required()->type_name("");
     command->callback(
         [&] { all.command = [&](const Context& context) { return export_clip(context, options); }; });
 }
 
 void define_check(CLI::App& app, Options& options)
 {
-    CLI::App* command =
-        app.add_subcommand("check", "Tell what is wrong on the card; changes nothing and deletes nothing");
+    CLI::App* command = add_command(app, "check", "Report what is wrong on the card, without changing it",
+                                    check_footer() + "\n\n");
     command->add_flag("--repair", options.repair,
-                      "Mend what can be mended at no loss: finish recordings, write the index files anew");
-    command->footer(check_footer());
+                      "Mend what can be mended at no loss: finish\nrecordings, write the index files anew");
     command->callback([&options] {
         options.command = [&options](const Context& context) { return check_card(context, options.repair); };
     });
 }
 
+void define_help(CLI::App& app, Options& options)
+{
+    CLI::App* command = add_command(app, "help", "Describe a command");
+    command->add_option("COMMAND", options.topic, "Its name; without it, the whole tool")->type_name("");
+}
+
 void define_command_line(CLI::App& app, Options& options)
 {
-    app.set_version_flag("--version", IFSCTL_VERSION);
-    app.add_option("--card", options.card_path, "Folder of the virtual card")->required();
+    app.get_formatter()->column_width(26);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.get_formatter()->label("Positionals", "Arguments");
+    app.set_help_flag("-h,--help", "Show this text");
+    app.set_version_flag("--version", IFSCTL_VERSION, "Show the version");
+    app.add_option("--card", options.card_path, "Folder of the virtual card (default: $IFS_CARD)")
+        ->option_text("FOLDER")
+        ->envname("IFS_CARD");
     app.add_flag("--json", options.json, "Results as JSON");
     app.add_flag("-v,--verbose", options.verbose, "Show the library's own lines");
     app.require_subcommand(0, 1);
@@ -174,10 +208,13 @@ void define_command_line(CLI::App& app, Options& options)
     define_play(app, options.play, options);
     define_export(app, options.clip, options);
     define_check(app, options);
+    define_help(app, options);
 }
 
 ExitCode run(const Options& options)
 {
+    if (options.card_path.empty())
+        throw Failure(ExitCode::usage, "no card is given; name its folder with --card or in IFS_CARD");
     Results results(options.verbose);
     watch_for_interrupt();
     if (!options.verbose)
@@ -197,7 +234,11 @@ int run_command_line(int argc, char** argv)
     } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::usage, std::string(error.what()) + "; see ifsctl --help");
+        throw Failure(ExitCode::usage, usage_error(app, error));
+    }
+    if (app.got_subcommand("help")) {
+        show_help(app, options.topic);
+        return static_cast<int>(ExitCode::ok);
     }
     if (!options.command)
         throw Failure(ExitCode::usage, "no command is given; see ifsctl --help");

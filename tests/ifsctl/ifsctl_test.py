@@ -109,6 +109,11 @@ class Recording(unittest.TestCase):
         self.assertIn("   6MS", drawn)
         self.assertEqual(drawn.count("MS"), 1)
 
+    def test_the_environment_names_the_card_and_help_needs_none(self):
+        self.assertEqual(run("env", "IFS_CARD=card", IFSCTL, "list"), must("list"))
+        self.assertEqual(run(IFSCTL, "help", "play"), run(IFSCTL, "play", "--help"))
+        self.assertIn(b"Exit codes:", run(IFSCTL, "help"))
+
     def test_info_tells_sizes_and_counts(self):
         info = json.loads(must("--json", "info"))
 
@@ -213,6 +218,11 @@ class BadInput(unittest.TestCase):
                           ["export", "--from", START + "5", "--to", START + "5", "x.mp4"]):
             self.refused(2, *arguments)
         self.refused(2, "create", "--size", "big", card="new")
+        self.refused(2, "list", card="")
+        for arguments, meant in ((["recrod", "x"], "record"), (["cal"], "calendar"), (["help", "paly"], "play"),
+                                 (["record", "main.mp4", "--sgment=60"], "--segment"), (["list", "-json"], "--json")):
+            self.assertIn(f"did you mean '{meant}'?", self.refused(2, *arguments))
+        self.assertNotIn("did you mean", self.refused(2, "delete"))
 
     def test_a_card_that_is_none_or_not_formatted_is_told(self):
         os.makedirs("folder", exist_ok=True)

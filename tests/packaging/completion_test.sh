@@ -37,4 +37,7 @@ offers '' info ''
 offers 'clip.mp4' record cl
 offers 'clip.mp4' export --from 2026-03-05T10:00 cl
 offers 'clip.mp4' play --output cl
+offers 'clip.mp4' play --output = cl
+offers 'main sub' play --stream =
+offers 'record' help r
 [ "$(offered --card '')" = 'my card' ]

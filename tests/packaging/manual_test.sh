@@ -21,7 +21,7 @@ grep -qF 'IFS_RECORD(3)' <<<"$(rendered man3/Ifsi_close.3.gz)" ||
 
 tool=$(rendered man1/ifsctl.1.gz)
 for expected in $(sed -n '/^## ifsctl/,/^## /s/^| `\([a-z]*\)`.*/\1/p' "$1/README.md"); do
-    [ "$(grep -cE "^ +ifsctl $expected( [A-Z]+)?:" <<<"$tool")" = 1 ] ||
+    [ "$(grep -cE "^ +ifsctl $expected( \[?[A-Z]+\]?)?:" <<<"$tool")" = 1 ] ||
         { echo "ifsctl $expected is not described once"; status=1; }
 done
 [ "$(grep -c '^EXIT STATUS' <<<"$tool")" = 1 ] || { echo "The exit codes are not told once"; status=1; }
