@@ -227,9 +227,9 @@ void Ifsf_calculate(unsigned long long total, unsigned long reserved, unsigned l
             bound = middle - 1;
         }
     }
-    *clusters = static_cast<unsigned long>(count);
-    *fat_sectors = static_cast<unsigned long>(Fat_sectors_for(count));
-    *used = static_cast<unsigned long>(needed(count));
+    *clusters = static_cast<uint32_t>(count);
+    *fat_sectors = static_cast<uint32_t>(Fat_sectors_for(count));
+    *used = static_cast<uint32_t>(needed(count));
 }
 
 int Ifsf_seek_and_write(int fd, long long offset, unsigned char* data, int len)

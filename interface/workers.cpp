@@ -111,9 +111,11 @@ void* Overlap_thread(void*)
                 continue;
             }
         }
-        IFS_DETAIL("main:%ld, sub:%ld, max:%ld, free size:%lld\n", static_cast<long>(state.main_files),
-                   static_cast<long>(state.sub_files), static_cast<long>(max_files),
-                   static_cast<long long>(state.free_bytes));
+        // Words of the camera, on which a limit beyond 2^31 shows negative.
+        IFS_DETAIL("main:%ld, sub:%ld, max:%ld, free size:%lld\n",
+                   static_cast<long>(Wrap_to_int32(state.main_files)),
+                   static_cast<long>(Wrap_to_int32(state.sub_files)),
+                   static_cast<long>(Wrap_to_int32(max_files)), static_cast<long long>(state.free_bytes));
         Call_store([] { return pgIpc_file_system->Ifs_overlap(); });
     }
 }

@@ -16,8 +16,8 @@ void Print_prefix(Log_prefix prefix, const char* func, int line)
     }
     timeval now{};
     gettimeofday(&now, nullptr);
-    printf("[func:%s][line:%d][%08ld.%08ld]", func, line, static_cast<long>(now.tv_sec),
-           static_cast<long>(now.tv_usec));
+    const long seconds = Wrap_to_int32(static_cast<uint64_t>(now.tv_sec)); // a camera's clock has 32 bits
+    printf("[func:%s][line:%d][%08ld.%08ld]", func, line, seconds, static_cast<long>(now.tv_usec));
 }
 
 } // namespace

@@ -126,6 +126,14 @@ TEST_F(Overlap, HasNoHysteresisWithASmallLimit)
     EXPECT_EQ(Run(), "19 0");
 }
 
+TEST_F(Overlap, PrintsTheCamerasNumbersOnAnyMachine)
+{
+    gFs_max_file_number = 0xFFFFFFF0;
+    hostcard_set_free(0);
+    Ifsi_set_debug_level(IFS_DEBUG_DETAIL);
+    EXPECT_EQ(Messages([this] { Run(); }).find("main:0, sub:0, max:-16, free size:0\n"), 0u);
+}
+
 TEST_F(Overlap, RewritesTheIndexEvery100Deletions)
 {
     Record_many(120);
