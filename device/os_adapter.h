@@ -53,7 +53,4 @@ int Ifsod_get_fs_size(const char* file, unsigned long long* total, unsigned long
 /** Directories are not made on the card. @return -1 */
 int Ifsod_make_directory(const char* path);
 
-/** Erase the card: partition it, then format the partition. The card must not be mounted. @return 0 or -1 */
-int Ifsod_format();
-
 #endif

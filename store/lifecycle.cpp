@@ -3,6 +3,7 @@
 #include <array>
 #include <climits>
 
+#include "device/card_format.h"
 #include "device/os_adapter.h"
 #include "store/ipc_file_system.h"
 #include "util/log.h"
