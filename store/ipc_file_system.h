@@ -14,7 +14,7 @@
 #include "store/handle_table.h"
 #include "store/ifsdirectoryscaner.h"
 #include "store/index_search.h"
-#include "store/search.h"
+#include "store/searcher_info.h"
 
 constexpr unsigned long long IFS_FULL_FREE_LIMIT = 157286400;  ///< bytes; a create needs more than this free
 constexpr unsigned long long IFS_WRITE_FREE_LIMIT = 104857600; ///< bytes; writing needs more than this free
