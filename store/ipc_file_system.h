@@ -25,6 +25,20 @@ constexpr int IFS_FILE_HANDLES = 32;
 constexpr int IFS_SEARCH_HANDLES = 8;
 constexpr int IFS_PATH_BYTES = 128; ///< of a caller's buffer for a full path
 
+/** Why there is no latest recording. */
+enum {
+    IFS_CATALOGUE_EMPTY = -2,
+    IFS_NOT_MOUNTED = -3,
+};
+
+/** What has become of a listed recording. */
+enum {
+    IFS_STILL_WRITTEN = 0,
+    IFS_FINISHED = 1,
+    IFS_FILE_GONE = 2,
+    IFS_FILE_UNREADABLE = -1,
+};
+
 /** Open record files by file handle, owned by the store. */
 using File_table = std::map<int, CIpcRecFile*>;
 
@@ -108,10 +122,10 @@ public:
     int Ifs_find_get_count(int handle);
     int Ifs_find_next(int handle, int count, _ifs_rec_file_* out);
     int Ifs_get_rec_calendar(tm* start, tm* end, _ifs_stream_type_ stream, unsigned char* days);
-    /** @return 0, -2 when the catalogue is empty, -3 when not mounted */
+    /** @return 0, IFS_CATALOGUE_EMPTY or IFS_NOT_MOUNTED */
     int Ifs_get_latest_rec_time(tm* latest);
-    /** Describe a listed recording as it is now. @return 0 still being written, 1 finished, 2 no such file
-        any more, -1 unreadable */
+    /** Describe a listed recording as it is now. @return its state, IFS_STILL_WRITTEN to IFS_FILE_UNREADABLE
+     */
     int Ifs_get_recording_file_info(Rec_file_list::iterator& it, _ifs_rec_file_* out);
 
 private:

@@ -8,31 +8,45 @@
 namespace
 {
 
-/** Catalogue entries that answer a time, none of which starts at it; each kind has a bit in log lines. */
+/** Places of a time that a recording can be opened for besides its start, best first. */
+constexpr int k_preferences[] = {IFRF_BETWEEN, IFRF_AT_END, IFRF_BEFORE_START};
+
+/** Catalogue entries that answer a time: the best of each place that the time has against them. */
 struct Candidates {
-    static constexpr unsigned long k_following = 0x4;
-    static constexpr unsigned long k_ending = 0x8;
-    static constexpr unsigned long k_covering = 0x10;
+    unsigned long found = 0;               ///< a bit a place, as log lines print it
+    _ifs_rec_file_ best[IFRF_BETWEEN + 1]; ///< by place
 
-    unsigned long found = 0;
-    _ifs_rec_file_ following;
-    _ifs_rec_file_ ending;
-    _ifs_rec_file_ covering;
+    bool Has(int place) const { return (found >> place & 1) != 0; }
 
-    bool Has(unsigned long kind) const { return (found & kind) != 0; }
-
-    /** Keep an entry that the time stands to as place says, when it beats the one kept before. */
-    void Consider(int place, const _ifs_rec_file_& rec)
+    /** Consider the entries that start on the day of t, up to one that starts at t. @return whether there is
+     * one */
+    bool Look_through(const Rec_file_list& list, const tm& t)
     {
-        if (place == 2 && (!Has(k_following) || Ifsm_tm_cmp(&rec.start_tm, &following.start_tm) < 0)) {
-            found |= k_following;
-            following = rec;
-        } else if (place == 3) {
-            found |= k_ending;
-            ending = rec;
-        } else if (place == 4 && (!Has(k_covering) || Ifsm_tm_cmp(&rec.end_tm, &covering.end_tm) > 0)) {
-            found |= k_covering;
-            covering = rec;
+        for (const _ifs_rec_file_& rec : list) {
+            const int place = Ifsm_cmp_date(&rec.start_tm, &t) == 0
+                                  ? Ifrf_tm_compare(&t, &rec.start_tm, &rec.end_tm)
+                                  : IFRF_AFTER_END;
+            if (place != IFRF_AFTER_END && (!Has(place) || Is_better(place, rec))) {
+                found |= 1ul << place;
+                best[place] = rec;
+            }
+            if (place == IFRF_AT_START) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    bool Is_better(int place, const _ifs_rec_file_& rec) const
+    {
+        switch (place) {
+        case IFRF_BEFORE_START:
+            return Ifsm_tm_cmp(&rec.start_tm, &best[place].start_tm) < 0;
+        case IFRF_BETWEEN:
+            return Ifsm_tm_cmp(&rec.end_tm, &best[place].end_tm) > 0;
+        default:
+            return true; // of those that end at it the last one
         }
     }
 };
@@ -64,18 +78,9 @@ int CIpcFileSystem::Ifs_find_record_file(tm* t, _ifs_stream_type_ stream, bool n
 {
     Candidates listed;
     const auto list = m_rec_file_list_table.find(stream);
-    if (list != m_rec_file_list_table.end()) {
-        for (_ifs_rec_file_& rec : list->second) {
-            if (Ifsm_cmp_date(&rec.start_tm, t) != 0) {
-                continue;
-            }
-            const int place = Ifrf_tm_compare(t, &rec.start_tm, &rec.end_tm);
-            if (place == 1) {
-                out->rec = rec;
-                return 0;
-            }
-            listed.Consider(place, rec);
-        }
+    if (list != m_rec_file_list_table.end() && listed.Look_through(list->second, *t)) {
+        out->rec = listed.best[IFRF_AT_START];
+        return 0;
     }
     int running = -1; // where t stands to the recording in *out
     for (const auto& [fd, file] : m_recording_file_table) {
@@ -88,11 +93,11 @@ int CIpcFileSystem::Ifs_find_record_file(tm* t, _ifs_stream_type_ stream, bool n
         if (rec.stream_type != stream || Ifsm_cmp_date(&rec.start_tm, t) != 0) {
             continue;
         }
-        running = Ifrf_tm_compare(t, &out->rec.start_tm, &out->rec.end_tm);
-        if (running == 1) {
+        running = Ifrf_tm_compare(t, &rec.start_tm, &rec.end_tm);
+        if (running == IFRF_AT_START) {
             return 0;
         }
-        if (running != 5) {
+        if (running != IFRF_AFTER_END) {
             break;
         }
     }
@@ -100,25 +105,16 @@ int CIpcFileSystem::Ifs_find_record_file(tm* t, _ifs_stream_type_ stream, bool n
     if (!nearest) {
         return -1;
     }
-    if (listed.Has(Candidates::k_covering)) {
-        out->rec = listed.covering;
-        return 0;
+    for (const int place : k_preferences) {
+        if (listed.Has(place)) {
+            out->rec = listed.best[place];
+            return 0;
+        }
+        if (running == place) {
+            return 0;
+        }
     }
-    if (running == 4) {
-        return 0;
-    }
-    if (listed.Has(Candidates::k_ending)) {
-        out->rec = listed.ending;
-        return 0;
-    }
-    if (running == 3) {
-        return 0;
-    }
-    if (listed.Has(Candidates::k_following)) {
-        out->rec = listed.following;
-        return 0;
-    }
-    return running == 2 ? 0 : -1;
+    return -1;
 }
 
 /** The steps that all opens share; open_file opens the file that was asked for. */

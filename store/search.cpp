@@ -81,20 +81,17 @@ void Ifs_calendar_calculate(_ifs_rec_file_* rec, unsigned char* days, tm* start,
     }
 }
 
-int Ifrf_tm_compare(tm* t, tm* start, tm* end)
+int Ifrf_tm_compare(const tm* t, const tm* start, const tm* end)
 {
     const int against_start = Ifsm_tm_cmp(t, start);
-    if (against_start == 0) {
-        return 1;
-    }
-    if (against_start < 0) {
-        return 2;
+    if (against_start <= 0) {
+        return against_start == 0 ? IFRF_AT_START : IFRF_BEFORE_START;
     }
     const int against_end = Ifsm_tm_cmp(t, end);
     if (against_end == 0) {
-        return 3;
+        return IFRF_AT_END;
     }
-    return against_end < 0 ? 4 : 5;
+    return against_end < 0 ? IFRF_BETWEEN : IFRF_AFTER_END;
 }
 
 /** Call take with a copy of each catalogued and then each running recording that matches a search. */
@@ -186,11 +183,11 @@ int CIpcFileSystem::Ifs_find_next(int handle, int count, _ifs_rec_file_* out)
         Ifs_rec_file_info_copy(cur_pos, &out[n], true);
         if (out[n].file_size < 1) {
             const int state = Ifs_get_recording_file_info(cur_pos, &out[n]);
-            if (state == 2 || state == -1) {
+            if (state == IFS_FILE_GONE || state == IFS_FILE_UNREADABLE) {
                 cur_pos = list.erase(cur_pos);
                 continue;
             }
-            if (state == 1) {
+            if (state == IFS_FINISHED) {
                 Ifs_rec_file_info_copy(cur_pos, &out[n], false);
             }
         }
@@ -216,7 +213,7 @@ int CIpcFileSystem::Ifs_get_recording_file_info(Rec_file_list::iterator& it, _if
         if (rec.stream_type == it->stream_type && Ifsm_tm_cmp(&rec.start_tm, &it->start_tm) == 0 &&
             Describe(file, REC_INFO_ALL, &rec)) {
             *out = rec;
-            return 0;
+            return IFS_STILL_WRITTEN;
         }
     }
     _rec_file_info_ info{};
@@ -225,14 +222,14 @@ int CIpcFileSystem::Ifs_get_recording_file_info(Rec_file_list::iterator& it, _if
     CIpcRecFile file;
     if (file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_PROBE) != 0) {
         IFS_ERROR("Irf_open Failed\n");
-        return 2;
+        return IFS_FILE_GONE;
     }
     if (!Describe(&file, REC_INFO_ALL, &info.rec)) {
         IFS_ERROR("Irf_get_rec_info Failed\n");
-        return -1;
+        return IFS_FILE_UNREADABLE;
     }
     *out = info.rec;
-    return 1;
+    return IFS_FINISHED;
 }
 
 int CIpcFileSystem::Ifs_get_rec_calendar(tm* start, tm* end, _ifs_stream_type_ stream, unsigned char* days)
@@ -261,10 +258,10 @@ int CIpcFileSystem::Ifs_get_latest_rec_time(tm* latest)
 {
     if (!Is_mounted()) {
         IFS_ERROR("You must mount file system first\n");
-        return -3;
+        return IFS_NOT_MOUNTED;
     }
     *latest = {};
-    int result = -2;
+    int result = IFS_CATALOGUE_EMPTY;
     for (const auto& [stream, list] : m_rec_file_list_table) {
         if (!list.empty() && Ifsm_tm_cmp(&list.back().end_tm, latest) > 0) {
             *latest = list.back().end_tm;

@@ -19,7 +19,15 @@ bool Ifs_is_suitable_rec(CIpcRecFile* file, _ifs_rec_file_* out, _searcher_info_
 /** Mark in the 31 days the local days on which rec starts or ends within the range. */
 void Ifs_calendar_calculate(_ifs_rec_file_* rec, unsigned char* days, tm* start, tm* end);
 
-/** Where t lies against a span: 1 at start, 2 before it, 3 at end, 4 between, 5 after end. */
-int Ifrf_tm_compare(tm* t, tm* start, tm* end);
+/** Where a time lies against a span. */
+enum {
+    IFRF_AT_START = 1,
+    IFRF_BEFORE_START = 2,
+    IFRF_AT_END = 3,
+    IFRF_BETWEEN = 4,
+    IFRF_AFTER_END = 5,
+};
+/** @return one of these; a time at both ends is at the start */
+int Ifrf_tm_compare(const tm* t, const tm* start, const tm* end);
 
 #endif
