@@ -197,16 +197,15 @@ bool is_reordered(const Pieces& frame, const std::vector<Nal>& nals)
 
 Bytes build_avc_config(const Pieces& frame, const std::vector<Nal>& nals)
 {
-    constexpr size_t max_config_bytes = 16384;
     Bytes sps;
     Bytes pps;
     size_t total = 0;
     for (const Nal& nal : nals)
         total += nal.type == nal_sps || nal.type == nal_pps ? nal.size : 0;
-    if (total > max_config_bytes)
+    if (total > max_parameter_set_bytes)
         return {};
-    size_t sps_count = put_parameter_sets(sps, frame, nals, nal_sps, 31);
-    size_t pps_count = put_parameter_sets(pps, frame, nals, nal_pps, 255);
+    size_t sps_count = put_parameter_sets(sps, frame, nals, nal_sps, max_sps_count);
+    size_t pps_count = put_parameter_sets(pps, frame, nals, nal_pps, max_pps_count);
     if (sps_count == 0 || pps_count == 0 || be16(sps.data()) < 4)
         return {};
     const uint8_t* first = sps.data() + 2;

@@ -53,6 +53,13 @@ bool split_access_unit(const Pieces& frame, std::vector<Nal>& nals);
 /** Whether a frame may be shown before the frame in front of it: its first slice is a B slice. */
 bool is_reordered(const Pieces& frame, const std::vector<Nal>& nals);
 
+/** Limits of a decoder configuration: of the counts by its fields, of the bytes by what real ones have. */
+constexpr size_t max_sps_count = 31;
+constexpr size_t max_pps_count = 255;
+constexpr size_t max_parameter_set_bytes = 16384;
+/** Profile to counts, the sample format, each set behind its length. */
+constexpr size_t max_avc_config_bytes = 7 + 4 + 2 * (max_sps_count + max_pps_count) + max_parameter_set_bytes;
+
 /**
  * Build the decoder configuration (the content of an avcC box) from a frame's parameter sets.
  * @return empty: SPS or PPS are missing, or are larger than any real ones

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 
 #include <unistd.h>
@@ -22,6 +23,12 @@ namespace
 constexpr uint32_t ms_timescale = 1000;
 constexpr uint32_t track_in_movie = 3; // enabled, part of the presentation
 
+// What boxes take stands beside what appends them: a full file can only be closed when the room that was kept
+// for its tables is large enough.
+constexpr size_t box_bytes = 8;       // size, type
+constexpr size_t full_box_bytes = 12; // and version, flags
+constexpr size_t table_bytes = 16;    // and a count of entries
+
 uint32_t clamp32(uint64_t value)
 {
     return static_cast<uint32_t>(std::min<uint64_t>(value, std::numeric_limits<uint32_t>::max()));
@@ -41,6 +48,8 @@ uint64_t track_duration(const Movie& movie, int track)
     return samples.last_time - samples.start_time + movie.frame_time_ms(track);
 }
 
+constexpr size_t mvhd_bytes = full_box_bytes + 96;
+
 void put_mvhd(Bytes& out, uint32_t duration)
 {
     BoxScope box(out, "mvhd", 0, 0);
@@ -55,6 +64,8 @@ void put_mvhd(Bytes& out, uint32_t duration)
     put32(out, track_count + 1);
 }
 
+constexpr size_t info_bytes = box_bytes + uuid_bytes + 8 + std::size(info_fields) * 4 + 8;
+
 void put_info(Bytes& out, const Movie& movie, bool complete)
 {
     BoxScope box(out, "uuid");
@@ -65,6 +76,8 @@ void put_info(Bytes& out, const Movie& movie, bool complete)
         put32(out, static_cast<uint32_t>(movie.info.*field));
     put64(out, movie.tables.tracks[audio_track].start_time);
 }
+
+constexpr size_t exact_bytes = box_bytes + uuid_bytes + (track_count + 2) * 4; // without entries
 
 void put_header_entry(Bytes& out, const AdtsRun& run)
 {
@@ -97,6 +110,8 @@ void put_exact(Bytes& out, const ExactTables& exact)
     put_order(out, exact.order);
 }
 
+constexpr size_t tkhd_bytes = full_box_bytes + 80;
+
 void put_tkhd(Bytes& out, const Movie& movie, int track)
 {
     bool video = track == video_track;
@@ -113,6 +128,8 @@ void put_tkhd(Bytes& out, const Movie& movie, int track)
     put32(out, video ? static_cast<uint32_t>(movie.info.width) << 16 : 0);
     put32(out, video ? static_cast<uint32_t>(movie.info.height) << 16 : 0);
 }
+
+constexpr size_t edts_bytes = box_bytes + table_bytes + 2 * 12;
 
 /** An edit that lets a track begin later than the movie. */
 void put_late_start(Bytes& out, const Movie& movie, int track)
@@ -131,6 +148,8 @@ void put_late_start(Bytes& out, const Movie& movie, int track)
     put32(out, 0x00010000);
 }
 
+constexpr size_t mdhd_bytes = full_box_bytes + 20;
+
 void put_mdhd(Bytes& out, uint32_t duration)
 {
     BoxScope box(out, "mdhd", 0, 0);
@@ -141,6 +160,8 @@ void put_mdhd(Bytes& out, uint32_t duration)
     put16(out, 0);
 }
 
+constexpr size_t hdlr_bytes = full_box_bytes + 21;
+
 void put_hdlr(Bytes& out, bool video)
 {
     BoxScope box(out, "hdlr", 0, 0);
@@ -149,6 +170,8 @@ void put_hdlr(Bytes& out, bool video)
     put_zeros(out, 12);
     put8(out, 0); // name: empty
 }
+
+constexpr size_t max_media_header_bytes = full_box_bytes + 8;
 
 void put_media_header(Bytes& out, bool video)
 {
@@ -160,6 +183,8 @@ void put_media_header(Bytes& out, bool video)
         put32(out, 0);
     }
 }
+
+constexpr size_t dinf_bytes = box_bytes + table_bytes + full_box_bytes;
 
 void put_dinf(Bytes& out)
 {
@@ -174,6 +199,8 @@ void put_sample_entry_start(Bytes& out)
     put_zeros(out, 6);
     put16(out, 1); // data reference
 }
+
+constexpr size_t max_avc1_bytes = box_bytes + 78 + box_bytes + max_avc_config_bytes;
 
 void put_avc1(Bytes& out, const Movie& movie)
 {
@@ -230,6 +257,8 @@ void put_esds(Bytes& out, const AudioConfig& config)
     put16(out, 0x0601); // sync layer: as in MP4 files
     put8(out, 2);
 }
+
+constexpr size_t mp4a_bytes = box_bytes + 28 + full_box_bytes + 27; // esds is the second half
 
 void put_mp4a(Bytes& out, const Movie& movie)
 {
@@ -320,6 +349,9 @@ void put_chunk_offsets(Bytes& out, const std::vector<Chunk>& chunks)
         put32(out, static_cast<uint32_t>(chunk.offset));
 }
 
+// stsd, stts, ctts, stss, stsc, stsz, stco, without entries.
+constexpr size_t stbl_bytes = box_bytes + 6 * table_bytes + (table_bytes + 4);
+
 void put_stbl(Bytes& out, const Movie& movie, int track)
 {
     const Track& samples = movie.tables.tracks[track];
@@ -332,6 +364,9 @@ void put_stbl(Bytes& out, const Movie& movie, int track)
     put_sizes(out, samples);
     put_chunk_offsets(out, samples.chunks);
 }
+
+constexpr size_t max_trak_bytes = box_bytes + tkhd_bytes + edts_bytes + box_bytes + mdhd_bytes + hdlr_bytes +
+                                  box_bytes + max_media_header_bytes + dinf_bytes + stbl_bytes;
 
 void put_trak(Bytes& out, const Movie& movie, int track)
 {
@@ -348,6 +383,8 @@ void put_trak(Bytes& out, const Movie& movie, int track)
     put_stbl(out, movie, track);
 }
 
+constexpr size_t trex_bytes = full_box_bytes + 20;
+
 void put_trex(Bytes& out, int track)
 {
     BoxScope trex(out, "trex", 0, 0);
@@ -356,6 +393,11 @@ void put_trex(Bytes& out, int track)
     put64(out, 0);
     put32(out, key_sample_flags);
 }
+
+// Of any moov, without entries.
+constexpr size_t max_moov_bytes = box_bytes + mvhd_bytes + info_bytes + track_count * max_trak_bytes +
+                                  max_avc1_bytes + mp4a_bytes +
+                                  std::max(exact_bytes, box_bytes + track_count * trex_bytes);
 
 void put_empty_moov(Bytes& out, const Movie& movie)
 {
@@ -396,6 +438,8 @@ void put_trun(Bytes& out, const std::vector<Sample>& samples, int track, uint32_
         }
     }
 }
+
+constexpr size_t traf_bytes = box_bytes + (full_box_bytes + 4) + (full_box_bytes + 8) + (table_bytes + 4);
 
 /** @return index of the trun's data offset in out */
 size_t put_traf(Bytes& out, const std::vector<Sample>& samples, int track, uint32_t last_duration)
@@ -450,6 +494,15 @@ void put_final_moov(Bytes& out, Movie& movie)
     put_exact(out, movie.tables.exact);
 }
 
+// A frame has an entry in its trun, and in exact an offset, a header and a bit at most.
+constexpr size_t fragment_frame_bytes =
+    std::max(video_trun_entry_bytes, audio_trun_entry_bytes + exact_header_bytes) + anchor_bytes + 1;
+static_assert(ftyp_bytes + hiding_header_bytes + max_moov_bytes + box_bytes + (full_box_bytes + 4) +
+                      track_count * traf_bytes + exact_bytes + max_fragment_frames * fragment_frame_bytes +
+                      box_bytes <=
+                  max_start_bytes,
+              "a fragment with the file's start does not fit the room for its headers");
+
 void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, uint32_t sequence)
 {
     size_t begin = out.size();
@@ -477,10 +530,28 @@ void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie
     put32(out, fourcc("mdat"));
 }
 
+uint64_t moov_bound(const Tables& tables, size_t pending)
+{
+    // The last sample of each track gets a duration at the end.
+    constexpr uint64_t fixed_bytes = max_moov_bytes + track_count * run_bytes + 1;
+    constexpr uint64_t pending_sample_bytes =
+        sample_size_bytes + 2 * run_bytes + key_bytes + chunk_bytes + anchor_bytes + exact_header_bytes + 1;
+    uint64_t bound = fixed_bytes + pending * pending_sample_bytes +
+                     tables.exact.headers.size() * exact_header_bytes + tables.exact.order.size() / 8;
+    for (int i = 0; i < track_count; ++i) {
+        const Track& track = tables.tracks[i];
+        bound += track.sizes.size() * sample_size_bytes +
+                 (track.durations.size() + track.show_offsets.size()) * run_bytes +
+                 track.keys.size() * key_bytes + track.chunks.size() * chunk_bytes +
+                 tables.exact.anchors[i].size() * anchor_bytes;
+    }
+    return bound;
+}
+
 bool finish_file(int fd, Movie& movie, uint64_t data_end)
 {
     Bytes moov;
-    moov.reserve(static_cast<size_t>(movie.tables.moov_bound(0)));
+    moov.reserve(static_cast<size_t>(moov_bound(movie.tables, 0)));
     put_final_moov(moov, movie);
     if (data_end + moov.size() > max_file_bytes)
         return false;

@@ -47,18 +47,34 @@ constexpr uint32_t key_sample_flags = 0x02000000;
 constexpr uint32_t other_sample_flags = 0x01010000;
 constexpr size_t video_trun_entry_bytes = 16;
 constexpr size_t audio_trun_entry_bytes = 8;
-/** An entry for an ADTS header in "exact": first sample, size, bytes, fill. */
+
+/** Entries of "exact": first sample, offset; first sample, size, bytes, fill. */
+constexpr size_t anchor_bytes = 8;
 constexpr size_t exact_header_bytes = 16;
+
+/** Entries of the tables in the last moov. A chunk has its offset and, at most, a row for its samples. */
+constexpr size_t run_bytes = 8;
+constexpr size_t sample_size_bytes = 4;
+constexpr size_t key_bytes = 4;
+constexpr size_t chunk_bytes = 4 + 12;
 
 /** Bytes in front of the header of 16 bytes. */
 constexpr size_t ftyp_bytes = 32;
 constexpr size_t hiding_header_bytes = 16;
+
+/** The writer cuts a fragment that has got so many frames. */
+constexpr size_t max_fragment_frames = 1024;
+/** Upper bound of what put_file_start() and put_fragment_start() append for such a fragment. */
+constexpr size_t max_start_bytes = 65536;
 
 /** Append ftyp, free and the moov without samples. */
 void put_file_start(Bytes& out, const Movie& movie);
 
 /** Append the moov box with all samples, whose last ones get their duration. */
 void put_final_moov(Bytes& out, Movie& movie);
+
+/** Upper bound of what put_final_moov() appends for a file with these tables and pending more samples. */
+uint64_t moov_bound(const Tables& tables, size_t pending);
 
 /** Append the moof box of a fragment and the header of its mdat box; sequence counts from 1. */
 void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, uint32_t sequence);

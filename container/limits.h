@@ -12,7 +12,7 @@ namespace ifs_mp4
 {
 
 /**
- * Bytes that the tables of a file take in memory, as Tables::moov_bound() counts them: a day of 20 pictures
+ * Bytes that the tables of a file take in memory, as moov_bound() counts them: a day of 20 pictures
  * and 8 audio frames a second at uneven times, or 11 hours of 25 and 43.
  */
 constexpr uint64_t max_table_bytes = 32 << 20;

@@ -77,7 +77,7 @@ void finish(int fd, const char* path, Movie& movie, uint64_t file_end)
     // The kernel would append behind that space and find the cluster chain and the size at odds.
     if (ftruncate(fd, static_cast<off_t>(file_end)) != 0)
         return;
-    if (reserve_space(fd, file_end + movie.tables.moov_bound(0)))
+    if (reserve_space(fd, file_end + moov_bound(movie.tables, 0)))
         sync_folder(folder_of(path));
     finish_file(fd, movie, file_end);
 }

@@ -191,20 +191,6 @@ void Tables::append(const Fragment& fragment, uint64_t payload_offset)
         exact.order.push(fragment.exact.order.track(frame));
 }
 
-uint64_t Tables::moov_bound(size_t pending) const
-{
-    constexpr uint64_t fixed_bytes = 4096 + 16384;
-    constexpr uint64_t pending_sample_bytes = 64;
-    uint64_t bound =
-        fixed_bytes + pending * pending_sample_bytes + exact.headers.size() * 16 + exact.order.size() / 8;
-    for (int i = 0; i < track_count; ++i) {
-        const Track& track = tracks[i];
-        bound += track.sizes.size() * 4 + (track.durations.size() + track.show_offsets.size()) * 8 +
-                 track.keys.size() * 4 + track.chunks.size() * 16 + exact.anchors[i].size() * 8;
-    }
-    return bound;
-}
-
 uint32_t Movie::frame_time_ms(int track) const
 {
     if (track == video_track)

@@ -133,8 +133,6 @@ struct Tables {
     void make_room(const Fragment& fragment);
     /** Add a fragment whose samples follow the last ones in time. */
     void append(const Fragment& fragment, uint64_t payload_offset);
-    /** Upper bound of the bytes of a moov box that holds these tables and pending more samples. */
-    uint64_t moov_bound(size_t pending) const;
 };
 
 /** What a file holds, apart from the payload. */

@@ -16,9 +16,8 @@ namespace
 
 constexpr uint64_t max_fragment_ms = 2000;
 constexpr size_t max_fragment_bytes = 1 << 20;
-constexpr size_t max_fragment_frames = 1024;
-/** Room for the headers of a fragment with that many frames, and of the file in front of the first one. */
-constexpr size_t header_room = 65536;
+/** Room for the headers of a fragment, and of the file in front of the first one. */
+constexpr size_t header_room = max_start_bytes;
 /** No more than this may be lost, so the frames go to the card as long as there is time to write them. */
 constexpr uint64_t max_unsynced_ms = 5000;
 constexpr uint64_t sync_time_ms = 250;
@@ -151,7 +150,7 @@ bool Writer::prepare(size_t size, uint64_t time, bool key)
 {
     size_t collected = m_payload.size() + m_audio.size() - header_room;
     uint64_t finished_bytes =
-        m_file_end + 2 * header_room + collected + size + m_movie.tables.moov_bound(m_fragment.count() + 1);
+        m_file_end + 2 * header_room + collected + size + moov_bound(m_movie.tables, m_fragment.count() + 1);
     if (finished_bytes > max_file_bytes)
         return false;
     if (m_fragment.empty())
@@ -313,7 +312,7 @@ bool Writer::close()
 {
     bool whole = cut();
     if (m_file_end > 0) {
-        secure(m_file_end + m_movie.tables.moov_bound(0));
+        secure(m_file_end + moov_bound(m_movie.tables, 0));
         whole = finish_file(m_fd.get(), m_movie, m_file_end) && whole;
     }
     return m_fd.reset() && whole;
