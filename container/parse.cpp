@@ -1,154 +1,14 @@
 #include "container/parse.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
-#include "container/layout.h"
+#include "container/fields.h"
 
 namespace ifs_mp4
 {
 namespace
 {
-
-/** Reads the fields of a box one behind the other; zeros and not ok() once one lies past its end. */
-class Fields
-{
-public:
-    Fields(Source& source, const Box& box) : m_source(source), m_pos(box.begin), m_end(box.end) {}
-
-    bool ok() const { return m_ok; }
-    uint64_t left() const { return m_end - m_pos; }
-    uint64_t pos() const { return m_pos; }
-    const uint8_t* bytes(size_t size)
-    {
-        const uint8_t* data = m_ok && size <= left() ? m_source.at(m_pos, size) : nullptr;
-        m_ok = data != nullptr;
-        m_pos += m_ok ? size : 0;
-        return data;
-    }
-    void skip(size_t size)
-    {
-        m_ok = m_ok && size <= left();
-        m_pos += m_ok ? size : 0;
-    }
-    uint32_t u8() { return number<1>(); }
-    uint32_t u32() { return number<4>(); }
-    uint64_t u64()
-    {
-        uint64_t high = u32();
-        return high << 32 | u32();
-    }
-    /** A count of entries, each of which takes so many bytes of the box. */
-    uint32_t count(size_t entry_bytes)
-    {
-        uint32_t entries = u32();
-        m_ok = m_ok && entries <= left() / entry_bytes;
-        return m_ok ? entries : 0;
-    }
-    /** Hand entries of so many bytes to a function, as long as they can be read. */
-    template <class Function>
-    void each(size_t entries, size_t entry_bytes, Function function)
-    {
-        while (m_ok && entries > 0) {
-            size_t some = std::min(entries, Source::window_bytes / entry_bytes);
-            const uint8_t* entry = bytes(some * entry_bytes);
-            for (size_t i = 0; entry && i < some; ++i)
-                function(entry + i * entry_bytes);
-            entries -= some;
-        }
-    }
-    /** A count and then that many numbers, in one read since these are the longest tables. */
-    void list(std::vector<uint32_t>& numbers)
-    {
-        numbers.resize(count(4));
-        auto* data = reinterpret_cast<uint8_t*>(numbers.data());
-        m_ok = m_ok && m_source.read(m_pos, data, numbers.size() * 4);
-        m_pos += numbers.size() * 4;
-        for (uint32_t& number : numbers)
-            number = be32(reinterpret_cast<const uint8_t*>(&number));
-    }
-    /** A count of entries and then these, each read by a function. */
-    template <class Entry, class Function>
-    void list(std::vector<Entry>& entries, size_t entry_bytes, Function read_entry)
-    {
-        entries.resize(count(entry_bytes));
-        Entry* next = entries.data();
-        each(entries.size(), entry_bytes, [&](const uint8_t* entry) { *next++ = read_entry(entry); });
-    }
-
-private:
-    template <size_t size>
-    uint32_t number()
-    {
-        const uint8_t* data = bytes(size);
-        uint32_t value = 0;
-        for (size_t i = 0; data && i < size; ++i)
-            value = value << 8 | data[i];
-        return value;
-    }
-
-    Source& m_source;
-    uint64_t m_pos;
-    uint64_t m_end;
-    bool m_ok = true;
-};
-
-/** Hand each box of a range to a function. @return false when one is damaged or the function says so */
-template <class Function>
-bool each_box(Source& source, uint64_t begin, uint64_t end, Function function)
-{
-    Box box;
-    while (begin < end) {
-        if (!next_box(source, begin, end, box) || !function(box))
-            return false;
-    }
-    return true;
-}
-
-bool is_uuid(Source& source, const Box& box, const uint8_t (&uuid)[uuid_bytes])
-{
-    const uint8_t* found =
-        box.type == fourcc("uuid") && box.size() >= uuid_bytes ? source.at(box.begin, uuid_bytes) : nullptr;
-    return found && std::memcmp(found, uuid, uuid_bytes) == 0;
-}
-
-Box behind_uuid(const Box& box)
-{
-    return {box.type, box.begin + uuid_bytes, box.end};
-}
-
-template <class Entry>
-bool samples_ascend(const std::vector<Entry>& entries)
-{
-    return std::is_sorted(entries.begin(), entries.end(),
-                          [](const Entry& a, const Entry& b) { return a.sample < b.sample; });
-}
-
-bool parse_exact(Source& source, const Box& box, ExactTables& exact)
-{
-    Fields fields(source, behind_uuid(box));
-    bool ascend = true;
-    for (auto& anchors : exact.anchors) {
-        fields.list(anchors, 8, [](const uint8_t* entry) { return Anchor{be32(entry), be32(entry + 4)}; });
-        ascend = ascend && samples_ascend(anchors);
-    }
-    fields.list(exact.headers, exact_header_bytes, [](const uint8_t* entry) {
-        AdtsRun run;
-        run.sample = be32(entry);
-        run.header.size = entry[4] == 7 || entry[4] == 9 ? entry[4] : 0;
-        std::memcpy(run.header.bytes, entry + 5, AdtsHeader::max_size);
-        return run;
-    });
-    uint32_t frames = fields.u32();
-    if (!fields.ok() || frames > fields.left() * 8 || !ascend || !samples_ascend(exact.headers))
-        return false;
-    Bytes order(frames / 8 + (frames % 8 != 0));
-    if (!source.read(fields.pos(), order.data(), order.size()))
-        return false;
-    exact.order = FrameOrder(frames, std::move(order));
-    return true;
-}
 
 bool parse_info(Source& source, const Box& box, ParsedMovie& movie)
 {
@@ -429,90 +289,6 @@ void TrackParser::describe(int kind) const
             std::min<uint64_t>((uint64_t{track.count} * 1000 + duration_ms / 2) / duration_ms, 1000));
 }
 
-bool parse_run(Source& source, const Box& box, bool video, std::vector<Sample>& samples, uint64_t time)
-{
-    Fields fields(source, box);
-    uint32_t flags = fields.u32();
-    if (flags != (video ? 1u << 24 | video_trun_flags : audio_trun_flags))
-        return false;
-    uint32_t count = fields.u32();
-    fields.skip(4); // data offset: all video, then all audio
-    size_t entry_bytes = video ? video_trun_entry_bytes : audio_trun_entry_bytes;
-    if (!fields.ok() || count > fields.left() / entry_bytes)
-        return false;
-    samples.reserve(count);
-    fields.each(count, entry_bytes, [&](const uint8_t* entry) {
-        bool key = video && be32(entry + 8) == key_sample_flags;
-        uint32_t show_offset = video ? be32(entry + 12) : 0;
-        samples.push_back({be32(entry + 4), key, time,
-                           time + static_cast<uint64_t>(int64_t{static_cast<int32_t>(show_offset)})});
-        time += be32(entry);
-    });
-    return fields.ok() && count > 0;
-}
-
-bool parse_traf(Source& source, const Box& traf, Fragment& fragment)
-{
-    Box tfhd, tfdt, trun;
-    if (!find_box(source, traf.begin, traf.end, fourcc("tfhd"), tfhd) ||
-        !find_box(source, traf.begin, traf.end, fourcc("tfdt"), tfdt) ||
-        !find_box(source, traf.begin, traf.end, fourcc("trun"), trun))
-        return false;
-    Fields header(source, tfhd);
-    Fields time(source, tfdt);
-    uint32_t flags = header.u32();
-    uint32_t track = header.u32() - 1;
-    time.skip(4);
-    uint64_t decode_time = time.u64();
-    if (!header.ok() || !time.ok() || flags != tfhd_flags || track >= track_count ||
-        !fragment.samples[track].empty())
-        return false;
-    return parse_run(source, trun, track == video_track, fragment.samples[track], decode_time);
-}
-
-template <class Entry>
-bool lie_within(const std::vector<Entry>& ascending, const std::vector<Sample>& samples)
-{
-    return ascending.empty() || ascending.back().sample < samples.size();
-}
-
-/** Whether what a fragment says beside its samples is about them; else no table could hold it. */
-bool is_consistent(const Fragment& fragment)
-{
-    const ExactTables& exact = fragment.exact;
-    bool within = lie_within(exact.headers, fragment.samples[audio_track]);
-    for (int i = 0; i < track_count; ++i)
-        within = within && lie_within(exact.anchors[i], fragment.samples[i]);
-    return within && exact.order.size() == fragment.count();
-}
-
-bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fragment)
-{
-    fragment.clear();
-    bool in_sequence = false;
-    bool sound = each_box(source, moof.begin, moof.end, [&](const Box& box) {
-        if (box.type == fourcc("mfhd")) {
-            Fields fields(source, box);
-            fields.skip(4);
-            in_sequence = fields.u32() == sequence;
-        }
-        if (box.type == fourcc("traf"))
-            return parse_traf(source, box, fragment);
-        return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, fragment.exact);
-    });
-    return sound && in_sequence && is_consistent(fragment);
-}
-
-/** Whether a fragment continues a track in time, as its tables can express it. */
-bool continues(const Track& track, const std::vector<Sample>& samples)
-{
-    constexpr uint64_t max_step = std::numeric_limits<uint32_t>::max();
-    if (samples.empty() || track.count == 0)
-        return true;
-    uint64_t time = samples.front().decode_time;
-    return time >= track.last_time && time - track.last_time <= max_step;
-}
-
 bool is_recording_start(Source& source, uint64_t pos)
 {
     const uint8_t* header = source.at(pos, 8);
@@ -521,11 +297,6 @@ bool is_recording_start(Source& source, uint64_t pos)
     uint32_t size = be32(header);
     uint32_t type = be32(header + 4);
     return (type == fourcc("free") && size == hiding_header_bytes) || (type == fourcc("mdat") && size == 1);
-}
-
-AdtsHeader first_header(const Tables& tables)
-{
-    return tables.exact.headers.empty() ? AdtsHeader{} : tables.exact.headers.front().header;
 }
 
 } // namespace
@@ -547,7 +318,7 @@ bool parse_moov(Source& source, const Box& moov, bool info_only, ParsedMovie& mo
         return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, movie.tables.exact);
     });
     movie.complete = movie.complete || !movie.recording;
-    movie.adts = first_header(movie.tables);
+    movie.adts = movie.tables.exact.first_header();
     return sound && (!movie.complete || movie.tables.count() > 0);
 }
 
@@ -560,53 +331,6 @@ bool find_recording(Source& source, Box& moov)
         return false;
     pos += hiding_header_bytes;
     return next_box(source, pos, source.size(), moov) && moov.type == fourcc("moov");
-}
-
-void walk_fragments(Source& source, ParsedMovie& movie, uint64_t& pos, uint32_t& count)
-{
-    Fragment fragment;
-    Box moof, mdat;
-    for (uint64_t next = pos;; pos = next) {
-        bool whole = next_box(source, next, source.size(), moof) && moof.type == fourcc("moof") &&
-                     next_box(source, next, source.size(), mdat) && mdat.type == fourcc("mdat");
-        if (!whole || !parse_moof(source, moof, count + 1, fragment))
-            return;
-        bool fits = fragment.payload_size(video_track) + fragment.payload_size(audio_track) == mdat.size();
-        for (int i = 0; i < track_count; ++i)
-            fits = fits && continues(movie.tables.tracks[i], fragment.samples[i]);
-        if (!fits)
-            return;
-        movie.tables.make_room(fragment);
-        movie.tables.append(fragment, mdat.begin);
-        movie.adts = first_header(movie.tables);
-        ++count;
-    }
-}
-
-bool salvage_fragment(Source& source, ParsedMovie& movie, uint64_t pos)
-{
-    constexpr uint64_t mdat_header_bytes = 8;
-    Fragment fragment;
-    Box moof;
-    if (!next_box(source, pos, source.size(), moof) || moof.type != fourcc("moof") ||
-        !parse_moof(source, moof, 1, fragment))
-        return false;
-    uint64_t begin = pos + mdat_header_bytes;
-    uint64_t end = begin;
-    size_t whole[track_count] = {};
-    for (int i = 0; i < track_count; ++i) {
-        for (const Sample& sample : fragment.samples[i]) {
-            end += sample.size;
-            whole[i] += end <= source.size();
-        }
-    }
-    fragment.keep(whole);
-    if (fragment.empty())
-        return false;
-    movie.tables.make_room(fragment);
-    movie.tables.append(fragment, begin);
-    movie.adts = first_header(movie.tables);
-    return true;
 }
 
 } // namespace ifs_mp4

@@ -9,6 +9,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "container/fragments.h"
 #include "container/layout.h"
 
 namespace ifs_mp4

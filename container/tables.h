@@ -64,6 +64,7 @@ struct ExactTables {
     std::vector<AdtsRun> headers;
     FrameOrder order;
 
+    AdtsHeader first_header() const { return headers.empty() ? AdtsHeader{} : headers.front().header; }
     void clear();
 };
 

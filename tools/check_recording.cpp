@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "container/fragments.h"
 #include "container/layout.h"
 #include "container/parse.h"
 
