@@ -10,6 +10,7 @@ rendered() { zcat "$@" | mandoc -Tutf8 | sed 's/.\x08//g'; }
 for page in $(find . -type f -name '*.gz'); do
     faults=$(zcat "$page" | mandoc -Tlint -Wwarning | grep -v 'cannot parse date' || true)
     [ -z "$faults" ] || { echo "$page: $faults"; status=1; }
+    [ "$(rendered "$page" | wc --max-line-length)" -le 80 ] || { echo "$page is wider than a terminal"; status=1; }
 done
 
 missing=$(comm -23 <(sed 's/(.*//' <(c++filt <"$1/tests/exported_symbols.txt") | LC_ALL=C sort -u) \
