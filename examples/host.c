@@ -7,9 +7,16 @@ static char picture[] =
 int main(int argc, char** argv)
 {
     struct tm noon = {.tm_year = 126, .tm_mon = 4, .tm_mday = 9, .tm_hour = 12}; /* 2026-05-09, UTC */
+    if (argc != 2) {
+        fprintf(stderr, "usage: %s FOLDER   (of a virtual card, which is made there)\n", argv[0]);
+        return 2;
+    }
+    if (hostcard_create(argv[1], 1ull << 30, 255, 63) != 0 || hostcard_insert(argv[1]) != 0) {
+        perror(argv[1]);
+        return 1;
+    }
     Ifsi_set_debug_level(0);
-    if (argc != 2 || hostcard_create(argv[1], 1ull << 30, 255, 63) != 0 || hostcard_insert(argv[1]) != 0 ||
-        Ifsi_init() != 0 || Ifsi_format() != 0 || Ifsi_mount(hostcard_mount_point()) != 0)
+    if (Ifsi_init() != 0 || Ifsi_format() != 0 || Ifsi_mount(hostcard_mount_point()) != 0)
         return 1;
     int fd = Ifsi_create(&noon, 0, 0, 16, 16, 1, 0, SAMPLE_RATE_INDEX_8000, 0, 0, IFS_STREAM_MAIN);
     for (unsigned pts_us = 0; pts_us < 10000000; pts_us += 1000000)
