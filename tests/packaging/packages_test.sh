@@ -40,8 +40,8 @@ if grep -rlF -e "$source" -e "$build" root; then
     exit 1
 fi
 
-export LD_LIBRARY_PATH=$scratch/root/usr/lib PKG_CONFIG_PATH=$scratch/root/usr/lib/pkgconfig
 [ "$(root/usr/bin/ifsctl --version)" = "$version" ]
+export LD_LIBRARY_PATH=$scratch/root/usr/lib PKG_CONFIG_PATH=$scratch/root/usr/lib/pkgconfig
 
 for library in kt_mp4 hostcard; do
     echo 'int main(void) { return 0; }' |
@@ -56,6 +56,7 @@ block c >camera.c
 diff "$source/examples/camera.c" camera.c
 diff root/usr/share/doc/ifs/camera.c camera.c
 
+cc -o in_any_order camera.c $(pkg-config --cflags --libs kt_mp4 hostcard ifs)
 block "sh build" >build.sh
 diff <(block "text listing") <(bash -euo pipefail build.sh | grep -v '^\[func\|^libifs')
 for recording in card/files/Rec_*.mp4; do
