@@ -217,3 +217,12 @@ TEST_F(Locks, AreFreeAgainWhenNoRebuildWorkerCanBeStarted)
     EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
     EXPECT_EQ(Counts(), "1 0");
 }
+
+TEST(Library, StaysWhereItsWorkersRunWhenItsHostUnloadsIt)
+{
+    void* const library = dlopen(LIBIFS, RTLD_LAZY);
+    ASSERT_NE(library, nullptr) << dlerror();
+    reinterpret_cast<int (*)()>(dlsym(library, "Ifsi_init"))();
+    EXPECT_EQ(dlclose(library), 0);
+    EXPECT_NE(dlopen(LIBIFS, RTLD_LAZY | RTLD_NOLOAD), nullptr) << "its worker wakes where no code is";
+}
