@@ -33,17 +33,26 @@ public:
     bool parse(const Box& trak);
 
 private:
-    bool parse_box(const Box& box);
-    bool parse_children(const Box& box);
+    /** What becomes of a box. */
+    struct Place {
+        uint32_t type;
+        uint32_t parent;
+        bool (TrackParser::*parse)(const Box& box);
+    };
+    static const Place places[];
+
+    bool parse_children(const Box& parent);
     bool parse_mdhd(const Box& box);
     bool parse_stsd(const Box& box);
     bool parse_avc1(const Box& entry);
     bool parse_mp4a(const Box& entry);
     bool parse_esds(const Box& box);
     bool parse_runs(const Box& box, std::vector<Run>& runs);
+    bool parse_durations(const Box& box) { return parse_runs(box, m_track.durations); }
+    bool parse_show_offsets(const Box& box) { return parse_runs(box, m_track.show_offsets); }
     bool parse_keys(const Box& box);
     bool parse_sizes(const Box& box);
-    bool parse_offsets(const Box& box, bool wide);
+    bool parse_offsets(const Box& box);
     bool parse_chunk_counts(const Box& box);
     bool fill_chunks();
     void describe(int track) const;
@@ -76,39 +85,31 @@ bool TrackParser::parse(const Box& trak)
     return true;
 }
 
-bool TrackParser::parse_children(const Box& box)
-{
-    return each_box(m_source, box.begin, box.end, [this](const Box& child) { return parse_box(child); });
-}
+/** Each box counts at its own place only, so that no file can lead deeper than this table. */
+const TrackParser::Place TrackParser::places[] = {
+    {fourcc("mdia"), fourcc("trak"), &TrackParser::parse_children},
+    {fourcc("mdhd"), fourcc("mdia"), &TrackParser::parse_mdhd},
+    {fourcc("minf"), fourcc("mdia"), &TrackParser::parse_children},
+    {fourcc("stbl"), fourcc("minf"), &TrackParser::parse_children},
+    {fourcc("stsd"), fourcc("stbl"), &TrackParser::parse_stsd},
+    {fourcc("stts"), fourcc("stbl"), &TrackParser::parse_durations},
+    {fourcc("ctts"), fourcc("stbl"), &TrackParser::parse_show_offsets},
+    {fourcc("stss"), fourcc("stbl"), &TrackParser::parse_keys},
+    {fourcc("stsz"), fourcc("stbl"), &TrackParser::parse_sizes},
+    {fourcc("stco"), fourcc("stbl"), &TrackParser::parse_offsets},
+    {fourcc("co64"), fourcc("stbl"), &TrackParser::parse_offsets},
+    {fourcc("stsc"), fourcc("stbl"), &TrackParser::parse_chunk_counts},
+};
 
-bool TrackParser::parse_box(const Box& box)
+bool TrackParser::parse_children(const Box& parent)
 {
-    switch (box.type) {
-    case fourcc("mdia"):
-    case fourcc("minf"):
-    case fourcc("stbl"):
-        return parse_children(box);
-    case fourcc("mdhd"):
-        return parse_mdhd(box);
-    case fourcc("stsd"):
-        return parse_stsd(box);
-    case fourcc("stts"):
-        return parse_runs(box, m_track.durations);
-    case fourcc("ctts"):
-        return parse_runs(box, m_track.show_offsets);
-    case fourcc("stss"):
-        return parse_keys(box);
-    case fourcc("stsz"):
-        return parse_sizes(box);
-    case fourcc("stco"):
-        return parse_offsets(box, false);
-    case fourcc("co64"):
-        return parse_offsets(box, true);
-    case fourcc("stsc"):
-        return parse_chunk_counts(box);
-    default:
+    return each_box(m_source, parent.begin, parent.end, [&](const Box& box) {
+        for (const Place& place : places) {
+            if (place.type == box.type && place.parent == parent.type)
+                return (this->*place.parse)(box);
+        }
         return true;
-    }
+    });
 }
 
 bool TrackParser::parse_mdhd(const Box& box)
@@ -240,8 +241,9 @@ bool TrackParser::parse_sizes(const Box& box)
     return fields.ok();
 }
 
-bool TrackParser::parse_offsets(const Box& box, bool wide)
+bool TrackParser::parse_offsets(const Box& box)
 {
+    bool wide = box.type == fourcc("co64");
     Fields fields(m_source, box);
     fields.skip(4);
     fields.list(m_track.chunks, wide ? 8 : 4, [=](const uint8_t* entry) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <random>
 
+#include <pthread.h>
 #include <sys/resource.h>
 
 #include "tests/container/camera.h"
@@ -38,6 +39,14 @@ struct Recorded {
 bool is_prefix(const Frames& part, const Frames& whole)
 {
     return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+}
+
+std::string be32(size_t value)
+{
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>(value >> shift);
+    return bytes;
 }
 
 /** Read all there is, errors passed over. @return frames */
@@ -201,6 +210,28 @@ TEST(Damage, SamplesInFrontOfTheFragmentsAreNone)
     save(folder.file("cut.mp4"), bytes);
     EXPECT_EQ(read_back(folder.file("cut.mp4")), recorded.frames);
     EXPECT_EQ(read_back(folder.file("cut.mp4")), recorded.frames) << "as it was finished";
+}
+
+TEST(Damage, BoxesWithinBoxesOverflowNoStack)
+{
+    Folder folder;
+    std::string path = folder.file();
+    constexpr size_t depth = 1000000;
+    std::string bytes = be32(16 + 8 * depth) + "moov" + be32(8 + 8 * depth) + "trak";
+    for (size_t i = depth; i > 0; --i)
+        bytes += be32(8 * i) + "mdia";
+    save(path, bytes);
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    ASSERT_EQ(pthread_attr_setstacksize(&small, 128 * 1024), 0);
+    const auto open_it = [](void* name) {
+        return kt_mp4_open(static_cast<char*>(name), 0, 0, 0, 0, 0, 0, KT_MP4_PROBE, 0, 320, 0);
+    };
+    pthread_t thread;
+    void* opened = &path;
+    ASSERT_EQ(pthread_create(&thread, &small, open_it, &path[0]), 0);
+    pthread_join(thread, &opened);
+    EXPECT_EQ(opened, nullptr);
 }
 
 TEST(Damage, WhatIsNoMp4IsNotOpened)
