@@ -386,18 +386,21 @@ int Reader::read_audio(const TrackCursor& cursor, char* buf, size_t capacity)
     return static_cast<int>(cursor.size() + header.size);
 }
 
-/** Pass frames from the first one on that lie in front of cursors, as far as the order of writing is known.
- */
-void Reader::pass(const TrackCursor (&cursors)[track_count])
+/** Pass the frames, in the order of decoding, that lie in front of the first of these. */
+void Reader::pass_in_time(const TrackCursor (&targets)[track_count])
 {
-    uint32_t left[track_count] = {cursors[video_track].sample(), cursors[audio_track].sample()};
-    m_frame = m_movie.tables.exact.order.pass(left);
-    for (int i = 0; i < track_count; ++i) {
-        if (left[i] == 0)
-            m_cursors[i] = cursors[i];
-        else
-            m_cursors[i].skip_to(cursors[i].sample() - left[i]);
-    }
+    const TrackCursor& video = targets[video_track];
+    const TrackCursor& audio = targets[audio_track];
+    bool audio_first = !audio.at_end() && (video.at_end() || audio.decode_time_ms() < video.decode_time_ms());
+    int first = audio_first ? audio_track : video_track;
+    int other = 1 - first;
+    // Of equal times the video's comes first.
+    uint64_t time = targets[first].decode_time_ms() + (audio_first ? 1 : 0);
+    TrackCursor beside = targets[first].at_end() ? targets[other] : m_cursors[other].find_decoded(time);
+    m_frame += targets[first].sample() - m_cursors[first].sample();
+    m_frame += beside.sample() - m_cursors[other].sample();
+    m_cursors[first] = targets[first];
+    m_cursors[other] = beside;
 }
 
 bool Reader::seek(uint32_t offset_ms)
@@ -405,13 +408,19 @@ bool Reader::seek(uint32_t offset_ms)
     if (m_info_only)
         return false;
     rewind();
-    pass({m_cursors[video_track].find(m_first_time, offset_ms),
-          m_cursors[audio_track].find(m_first_time, offset_ms)});
-    for (int track = next_track(); track >= 0; track = next_track()) {
-        if (is_behind(m_cursors[track].show_time_ms(), m_first_time, offset_ms))
-            break;
-        step(track);
+    const TrackCursor targets[track_count] = {m_cursors[video_track].find(m_first_time, offset_ms),
+                                              m_cursors[audio_track].find(m_first_time, offset_ms)};
+    uint32_t left[track_count] = {targets[video_track].sample(), targets[audio_track].sample()};
+    m_frame = m_movie.tables.exact.order.pass(left);
+    for (int i = 0; i < track_count; ++i) {
+        if (left[i] == 0)
+            m_cursors[i] = targets[i];
+        else
+            m_cursors[i].skip_to(targets[i].sample() - left[i]);
     }
+    int track = next_track();
+    if (track >= 0 && left[track] > 0)
+        pass_in_time(targets);
     return true;
 }
 

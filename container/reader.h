@@ -48,7 +48,7 @@ private:
     void step(int track);
     int current_track();
     bool grow();
-    void pass(const TrackCursor (&cursors)[track_count]);
+    void pass_in_time(const TrackCursor (&targets)[track_count]);
     bool load_sample(const TrackCursor& cursor);
     int read_video(const TrackCursor& cursor, char* buf, size_t capacity);
     int read_own_video(const TrackCursor& cursor, uint8_t* buf);

@@ -213,25 +213,16 @@ int Movie::duration_ms() const
 
 uint64_t SampleClock::show_time_ms(uint32_t ahead) const
 {
-    uint64_t time = m_decode_time + uint64_t{ahead} * m_durations.value();
+    uint64_t time = decode_time(ahead);
     auto offset = static_cast<int32_t>(m_show_offsets.value());
     bool before_zero = offset < 0 && time < uint64_t{0} - static_cast<uint64_t>(int64_t{offset});
     return before_zero ? 0 : m_track->to_ms(time + static_cast<uint64_t>(int64_t{offset}));
 }
 
-uint32_t SampleClock::run() const
-{
-    // Times in ms do not overflow up to twice this.
-    constexpr uint64_t max_time = uint64_t{1} << 53;
-    uint32_t count = alike();
-    bool ascend = m_decode_time <= max_time && uint64_t{count - 1} * m_durations.value() <= max_time;
-    return ascend ? count : 1;
-}
-
 void SampleClock::skip(uint32_t count)
 {
     while (count > 0) {
-        uint32_t some = std::min(count, alike());
+        uint32_t some = std::min(count, run());
         skip_alike(some);
         count -= some;
     }
@@ -284,7 +275,8 @@ void TrackCursor::place(uint32_t sample)
     }
 }
 
-TrackCursor TrackCursor::find(uint64_t begin_ms, uint64_t distance_ms) const
+template <class Function>
+TrackCursor TrackCursor::find_first(Function reached) const
 {
     uint64_t in_chunks = m_sample - m_chunk_done;
     for (size_t chunk = m_chunk; chunk < m_track->chunks.size(); ++chunk)
@@ -295,14 +287,14 @@ TrackCursor TrackCursor::find(uint64_t begin_ms, uint64_t distance_ms) const
     uint32_t count = 0;
     for (; sample < end; sample += count) {
         count = std::min(found.m_clock.run(), end - sample);
-        if (is_behind(found.m_clock.show_time_ms(count - 1), begin_ms, distance_ms))
+        if (reached(found.m_clock, count - 1))
             break;
         found.m_clock.skip_alike(count);
     }
     uint32_t ahead = 0;
     for (uint32_t behind = sample < end ? count - 1 : 0; ahead < behind;) {
         uint32_t middle = ahead + (behind - ahead) / 2;
-        if (is_behind(found.m_clock.show_time_ms(middle), begin_ms, distance_ms))
+        if (reached(found.m_clock, middle))
             behind = middle;
         else
             ahead = middle + 1;
@@ -310,6 +302,19 @@ TrackCursor TrackCursor::find(uint64_t begin_ms, uint64_t distance_ms) const
     found.m_clock.skip(ahead);
     found.place(sample + ahead);
     return found;
+}
+
+TrackCursor TrackCursor::find(uint64_t begin_ms, uint64_t distance_ms) const
+{
+    return find_first([=](const SampleClock& clock, uint32_t ahead) {
+        return is_behind(clock.show_time_ms(ahead), begin_ms, distance_ms);
+    });
+}
+
+TrackCursor TrackCursor::find_decoded(uint64_t time_ms) const
+{
+    return find_first(
+        [=](const SampleClock& clock, uint32_t ahead) { return clock.decode_time_ms(ahead) >= time_ms; });
 }
 
 void TrackCursor::skip_finished()

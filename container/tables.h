@@ -115,7 +115,10 @@ struct Track {
     bool all_keys = false;
     std::vector<Chunk> chunks;
 
-    uint64_t to_ms(uint64_t time) const { return timescale == 1000 ? time : time * 1000 / timescale; }
+    uint64_t to_ms(uint64_t time) const
+    {
+        return timescale == 1000 ? time : time / timescale * 1000 + time % timescale * 1000 / timescale;
+    }
     uint32_t size(uint32_t sample) const { return sizes.empty() ? constant_size : sizes[sample]; }
     /** Bytes of some samples in a row. */
     uint64_t bytes(uint32_t sample, uint32_t samples) const;
@@ -194,12 +197,12 @@ public:
           m_decode_time(track.start_time)
     {
     }
-    uint64_t decode_time_ms() const { return m_track->to_ms(m_decode_time); }
-    /** When the sample is shown that is so many samples ahead, fewer than run(), ms. */
+    /** When the sample is decoded that is so many samples ahead, fewer than run(), ms. */
+    uint64_t decode_time_ms(uint32_t ahead = 0) const { return m_track->to_ms(decode_time(ahead)); }
+    /** When it is shown. */
     uint64_t show_time_ms(uint32_t ahead = 0) const;
-    /** Samples, from this one on, that are shown at even, ascending times; there may be fewer in the track.
-     */
-    uint32_t run() const;
+    /** Samples, from this one on, whose times are even and ascend; there may be fewer in the track. */
+    uint32_t run() const { return std::min(m_durations.left(), m_show_offsets.left()); }
     /** Step over samples, at most run(). */
     void skip_alike(uint32_t count)
     {
@@ -210,7 +213,10 @@ public:
     void skip(uint32_t count);
 
 private:
-    uint32_t alike() const { return std::min(m_durations.left(), m_show_offsets.left()); }
+    uint64_t decode_time(uint32_t ahead) const
+    {
+        return m_decode_time + uint64_t{ahead} * m_durations.value();
+    }
 
     const Track* m_track;
     RunCursor m_durations;
@@ -246,8 +252,13 @@ public:
     /** @return at the first sample, from this one on, that is shown so far behind begin, or else at the end
      */
     TrackCursor find(uint64_t begin_ms, uint64_t distance_ms) const;
+    /** The same for the first sample that is decoded at a time or later. */
+    TrackCursor find_decoded(uint64_t time_ms) const;
 
 private:
+    /** Find the first sample of which a function of the clock and a number of samples ahead is true. */
+    template <class Function>
+    TrackCursor find_first(Function reached) const;
     /** Step to a sample as skip_to(), but for its times. */
     void place(uint32_t sample);
     void skip_finished();

@@ -165,5 +165,11 @@ TEST(Playback, Mp4OfAnotherWriterPlays)
         ASSERT_EQ(got.size(), frames.size());
         EXPECT_EQ(nal_units(got[0].bytes)[0], nal_units(frames[0].bytes)[1]); // SPS in front of the key frame
         EXPECT_EQ(audio_bytes(got), audio_bytes(without_adts(frames)));
+        for (unsigned offset = 0; offset < 4100; offset += 97) {
+            auto is_behind = [=](const Frame& f) { return f.timestamp >= offset; };
+            auto expected = std::find_if(got.begin(), got.end(), is_behind);
+            ASSERT_EQ(other.seek(offset), 0);
+            ASSERT_EQ(other.read_all(), Frames(expected, got.end()));
+        }
     }
 }
