@@ -25,10 +25,11 @@ field_is ifs-tools Depends "libifs$interface \\(>= $version\\), .*libavformat"
 field_is ifs-tools Description 'command line tool'
 
 contents() { dpkg-deb -c "$1.deb" | awk '{ print $6 }' | grep -v '/$' | LC_ALL=C sort; }
-diff <(printf './usr/lib/libifs.so.%s\n' "$interface") <(contents "libifs$interface")
+diff <(printf './usr/%s\n' "lib/libifs.so.$interface" "share/doc/libifs$interface/copyright") <(contents "libifs$interface")
 diff - <(contents ifs-tools) <<'END'
 ./usr/bin/ifsctl
 ./usr/share/bash-completion/completions/ifsctl
+./usr/share/doc/ifs-tools/copyright
 ./usr/share/man/man1/ifsctl.1.gz
 END
 if readelf -S "root/usr/lib/libifs.so.$interface" root/usr/bin/ifsctl | grep -F .debug_info; then
