@@ -161,10 +161,17 @@ IFS_API int Ifsi_umount(void);
  */
 IFS_API int Ifsi_format(void);
 
+/** Free space on the card, MiB. */
+enum {
+    IFS_CREATE_FREE_MIB = 150, /**< a recording begins with more than this */
+    IFS_WRITE_FREE_MIB = 100,  /**< and goes on with more than this */
+    IFS_OVERLAP_FREE_MIB = 400 /**< below this the oldest recordings are deleted, one a second */
+};
+
 /**
  * Tell whether the card is short of space for a new recording. Lock: interface.
  *
- * @return 1: less than 150 MiB are free; 0: more; -1: unknown, e.g. not mounted
+ * @return 1: less than IFS_CREATE_FREE_MIB are free; 0: more; -1: unknown, e.g. not mounted
  */
 IFS_API int Ifsi_is_full(void);
 
@@ -197,8 +204,9 @@ IFS_API int Ifsi_loading_rebuilding_index_file_flag(void);
  * @param audio_profile,sample_rate_index,audio_channel_conf  of the AAC audio; passed to the container
  * @param have_audio         nonzero when audio frames will follow
  * @param stream_type        IFS_STREAM_MAIN or IFS_STREAM_SUB
- * @return a recording handle that Ifsi_close() releases, or -1: not mounted, 150 MiB or less are free,
- *         no free handle, or the file cannot be created (one of that name exists, say)
+ * @return a recording handle that Ifsi_close() releases, or -1: not mounted, card full
+ *         (IFS_CREATE_FREE_MIB or less free), no free handle, or the file cannot be created (one of that
+ *         name exists, say)
  */
 IFS_API int Ifsi_create(struct tm* start, int video_system, int video_res, int width, int height,
                         int frame_rate, int audio_profile, SAMPLE_RATE_INDEX_E sample_rate_index,
@@ -213,8 +221,8 @@ IFS_API int Ifsi_create(struct tm* start, int video_system, int video_res, int w
  * @param fd         recording handle
  * @param len1,len2  bytes
  * @param pts        presentation time in microseconds; kept with millisecond precision
- * @return 0, or -1: no recording handle, unknown frame type, card full (100 MiB or less free), or refused by
- *         the container. The recording stays open and takes the next frame.
+ * @return 0, or -1: no recording handle, unknown frame type, card full (IFS_WRITE_FREE_MIB or less free), or
+ *         refused by the container. The recording stays open and takes the next frame.
  */
 IFS_API int Ifsi_write(int fd, char* data1, int len1, char* data2, int len2, _ifs_frame_type_ type,
                        unsigned long long pts);

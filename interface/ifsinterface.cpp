@@ -6,6 +6,7 @@
 #include "device/os_adapter.h"
 #include "interface/library_state.h"
 #include "interface/workers.h"
+#include "store/limits.h"
 #include "util/log.h"
 
 // Applications for the camera were compiled with these sizes; other word sizes have their own struct tm.

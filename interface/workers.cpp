@@ -5,46 +5,14 @@
 #include <unistd.h>
 
 #include "interface/library_state.h"
+#include "store/overlap_policy.h"
 #include "util/log.h"
 
 namespace
 {
 
-constexpr unsigned long long IFS_OVERLAP_FREE_LIMIT = 419430400; // bytes; deletion begins below this
-constexpr unsigned IFS_OVERLAP_HYSTERESIS = 20;                  // files
 constexpr unsigned k_start_delay_s = 10;
 constexpr unsigned k_period_us = 1000000;
-
-/** What the overlap worker remembers from tick to tick. */
-struct Overlap_state {
-    unsigned main_files = 0;
-    unsigned sub_files = 0;
-    unsigned long long free_bytes = 0;
-    bool by_count = false; ///< the file-count rule of an earlier tick is still in force
-};
-
-/** Whether the file-count rule asks for a deletion. Once it has, it goes on until 20 below the limit. */
-bool Too_many_files(Overlap_state& state, unsigned max_files)
-{
-    if (max_files == 0) {
-        return false;
-    }
-    unsigned long main_files = 0;
-    unsigned long sub_files = 0;
-    pgIpc_file_system->Ifs_get_file_number(&main_files, &sub_files);
-    state.main_files = static_cast<unsigned>(main_files);
-    state.sub_files = static_cast<unsigned>(sub_files);
-    const unsigned total = state.main_files + state.sub_files;
-    if (total >= max_files) {
-        state.by_count = true;
-        return true;
-    }
-    if (state.by_count && max_files > IFS_OVERLAP_HYSTERESIS && total >= max_files - IFS_OVERLAP_HYSTERESIS) {
-        return true;
-    }
-    state.by_count = false;
-    return false;
-}
 
 } // namespace
 
@@ -94,28 +62,25 @@ void* Overlap_thread(void*)
     prctl(PR_SET_NAME, "overlap");
     sleep(k_start_delay_s);
     IFS_TRACE("overlap thread start...\n");
-    Overlap_state state;
+    Overlap_policy policy;
     for (;; usleep(k_period_us)) {
         if (!Load_shared(gIfs_overlap_flag)) {
             continue;
         }
         const Held_locks held(LOCK_INTERFACE);
         const unsigned max_files = Load_shared(gFs_max_file_number);
-        if (!Too_many_files(state, max_files)) {
-            if (Call_store([&] { return pgIpc_file_system->Ifs_get_fs_size(nullptr, &state.free_bytes); }) !=
-                0) {
-                IFS_ERROR("Ifs_get_fs_size Failed\n");
-                continue;
-            }
-            if (state.free_bytes >= IFS_OVERLAP_FREE_LIMIT) {
-                continue;
-            }
+        const Overlap_policy::Answer answer = policy.Ask(*pgIpc_file_system, max_files);
+        if (answer == Overlap_policy::Answer::size_unknown) {
+            IFS_ERROR("Ifs_get_fs_size Failed\n");
+        }
+        if (answer != Overlap_policy::Answer::delete_oldest) {
+            continue;
         }
         // Words of the camera, on which a limit beyond 2^31 shows negative.
         IFS_DETAIL("main:%ld, sub:%ld, max:%ld, free size:%lld\n",
-                   static_cast<long>(Wrap_to_int32(state.main_files)),
-                   static_cast<long>(Wrap_to_int32(state.sub_files)),
-                   static_cast<long>(Wrap_to_int32(max_files)), static_cast<long long>(state.free_bytes));
+                   static_cast<long>(Wrap_to_int32(policy.main_files)),
+                   static_cast<long>(Wrap_to_int32(policy.sub_files)),
+                   static_cast<long>(Wrap_to_int32(max_files)), static_cast<long long>(policy.free_bytes));
         Call_store([] { return pgIpc_file_system->Ifs_overlap(); });
     }
 }

@@ -16,14 +16,7 @@
 #include "store/index_search.h"
 #include "store/searcher_info.h"
 
-constexpr unsigned long long IFS_FULL_FREE_LIMIT = 157286400;  ///< bytes; a create needs more than this free
-constexpr unsigned long long IFS_WRITE_FREE_LIMIT = 104857600; ///< bytes; writing needs more than this free
-constexpr int IFS_WRITE_CHECK_BYTES = 33554432;                ///< frame bytes between two checks of that
-constexpr int IFS_OVERLAP_REWRITE_COUNT = 100;                 ///< deletions between two index rewrites
-constexpr size_t IFS_STREAMS = 2;                              ///< that a recording can be of: main and sub
-constexpr int IFS_FILE_HANDLES = 32;
-constexpr int IFS_SEARCH_HANDLES = 8;
-constexpr int IFS_PATH_BYTES = 128; ///< of a caller's buffer for a full path
+constexpr size_t IFS_STREAMS = 2; ///< that a recording can be of: main and sub
 
 /** Why there is no latest recording. */
 enum {

@@ -6,6 +6,7 @@
 #include "device/card_format.h"
 #include "device/os_adapter.h"
 #include "store/ipc_file_system.h"
+#include "store/limits.h"
 #include "util/log.h"
 
 namespace

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "store/ipc_file_system.h"
+#include "store/limits.h"
 #include "util/calendar_time.h"
 
 std::string CIpcFileSystem::Mount_point() const

@@ -1,4 +1,5 @@
 #include "store/ipc_file_system.h"
+#include "store/limits.h"
 #include "util/calendar_time.h"
 #include "util/log.h"
 

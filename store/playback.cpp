@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "store/ipc_file_system.h"
+#include "store/limits.h"
 #include "store/search.h"
 #include "util/calendar_time.h"
 #include "util/log.h"

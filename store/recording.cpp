@@ -2,6 +2,7 @@
 #include <climits>
 
 #include "store/ipc_file_system.h"
+#include "store/limits.h"
 #include "util/log.h"
 
 namespace

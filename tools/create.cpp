@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "hostcard/hostcard.h"
+#include "ifs.h"
 #include "tools/commands.h"
 #include "tools/size_text.h"
 
@@ -25,10 +26,11 @@ void create_card(const Context& context, const std::string& size)
                       "cannot make a card at '" + context.card_path + "': " + std::strerror(errno));
     }
     if (bytes < useful_bytes)
-        std::fputs(
-            "ifsctl: this card is small: from 400 MiB free on downwards the oldest recordings are deleted, "
-            "and a new one needs 150 MiB\n",
-            stderr);
+        std::fprintf(
+            stderr,
+            "ifsctl: this card is small: from %d MiB free on downwards the oldest recordings are deleted, "
+            "and a new one needs %d MiB\n",
+            IFS_OVERLAP_FREE_MIB, IFS_CREATE_FREE_MIB);
     if (context.json)
         context.results.write(nlohmann::json{{"card", context.card_path}, {"size_bytes", bytes}});
     else

@@ -43,9 +43,10 @@ Failure full_failure()
 {
     return {
         ExitCode::card_full,
-        "the card is full (a recording needs 150 MiB free to start and 100 MiB to go on); use a larger card, "
-        "erase this one with 'format', or record with --realtime so that the oldest recordings give way in "
-        "time"};
+        "the card is full (a recording needs " + std::to_string(IFS_CREATE_FREE_MIB) +
+            " MiB free to start and " + std::to_string(IFS_WRITE_FREE_MIB) +
+            " MiB to go on); use a larger card, erase this one with 'format', or record with --realtime so "
+            "that the oldest recordings give way in time"};
 }
 
 } // namespace
