@@ -11,7 +11,6 @@ import shutil
 import subprocess
 import time
 from dataclasses import dataclass, field
-from functools import lru_cache
 from pathlib import Path
 
 from .fat_reader import Fat
@@ -91,7 +90,7 @@ class Judge:
             if not promise.formatting:
                 verdict.broken.append(f"the card has {reason}")
             return verdict
-        readable = {name for name in self.names() if is_playable(digest(self.files / name), self.files / name)}
+        readable = {name for name in self.names() if is_playable(self.files / name)}
         first = self.mount()
         if not first and promise.formatting:
             return verdict
@@ -114,7 +113,7 @@ class Judge:
                                if name not in verdict.torn]
         played = sorted(self.names() - promise.removed - set(verdict.torn))
         for name in played[:1] + played[-1:]:
-            said = what_ffmpeg_says(digest(self.files / name), self.files / name)
+            said = what_ffmpeg_says(self.files / name)
             if said:
                 verdict.broken.append(f"ffmpeg says of {name}: {said.splitlines()[0]}")
         return verdict
@@ -199,36 +198,25 @@ def fsck(partition):
             not FSCK_EXPECTED.search(line)]
 
 
-class _Keyed(str):
-    """A path that caches compare by content."""
+def once_a_content(judge):
+    """Remembers what a judge said of a file's bytes; cuts leave the same files again and again."""
+    said = {}
 
-    def __new__(cls, key, path):
-        made = super().__new__(cls, path)
-        made.key = key
-        return made
-
-    def __eq__(self, other):
-        return self.key == other.key
-
-    def __hash__(self):
-        return hash(self.key)
+    def remembered(path):
+        key = digest(path)
+        if key not in said:
+            said[key] = judge(path)
+        return said[key]
+    return remembered
 
 
-def is_playable(key, path):
-    return _is_playable(_Keyed(key, path))
-
-
-def what_ffmpeg_says(key, path):
-    return _what_ffmpeg_says(_Keyed(key, path))
-
-
-@lru_cache(maxsize=None)
-def _is_playable(path):
+@once_a_content
+def is_playable(path):
     done = subprocess.run(["ffprobe", "-v", "quiet", "-select_streams", "v", "-read_intervals", "%+#1", "-show_entries",
                            "frame=pts", "-of", "csv=p=0", str(path)], capture_output=True, text=True)
     return done.stdout.strip() != ""
 
 
-@lru_cache(maxsize=None)
-def _what_ffmpeg_says(path):
+@once_a_content
+def what_ffmpeg_says(path):
     return decode(str(path))

@@ -54,11 +54,11 @@ def load(path):
 
 
 def fatten(source, target, size):
-    """Copy a frame list, its video frames blown up with filler NAL units to that size in all."""
+    """Copy a frame list, its video frames blown up with filler NAL units to about that size in all."""
     frames = list(load(source))
-    each = size // sum(kind != AUDIO for _, kind, _ in frames)
-    save(target, [(pts_us, kind, data if kind == AUDIO else data + filler(each - len(data)))
-                  for pts_us, kind, data in frames])
+    missing = size - sum(len(data) for _, _, data in frames)
+    unit = filler(missing // sum(kind != AUDIO for _, kind, _ in frames))
+    save(target, [(pts_us, kind, data if kind == AUDIO else data + unit) for pts_us, kind, data in frames])
 
 
 def filler(size):

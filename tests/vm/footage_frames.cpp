@@ -22,8 +22,9 @@ std::string Marking(time_t start, _ifs_stream_type_ stream, size_t number)
 
 } // namespace
 
-Footage::Footage(const std::string& path)
+Frames Load_frames(const std::string& path)
 {
+    Frames frames;
     std::ifstream file(path, std::ios::binary);
     const std::string all((std::istreambuf_iterator<char>(file)), {});
     constexpr size_t head_bytes = 16;
@@ -34,10 +35,10 @@ Footage::Footage(const std::string& path)
         memcpy(&type, &all[at], sizeof type);
         memcpy(&pts_us, &all[at + 4], sizeof pts_us);
         memcpy(&length, &all[at + 12], sizeof length);
-        m_frames.push_back(
-            {static_cast<_ifs_frame_type_>(type), pts_us, all.substr(at + head_bytes, length)});
+        frames.push_back({static_cast<_ifs_frame_type_>(type), pts_us, all.substr(at + head_bytes, length)});
         at += head_bytes + length;
     }
+    return frames;
 }
 
 Footage_frame Footage::Frame(time_t start, _ifs_stream_type_ stream, size_t number) const

@@ -16,19 +16,22 @@ struct Footage_frame {
     std::string bytes;
 };
 
+using Frames = std::vector<Footage_frame>;
+
+/** Frames of a file: each its type (4 bytes), time in us (8), length (4), little-endian, and its bytes. */
+Frames Load_frames(const std::string& path);
+
 /** Footage without end: the frames of a file again and again, at the times that follow. */
 class Footage
 {
 public:
-    /** Frames of a file: each its type (4 bytes), time in us (8), length (4), little-endian, and its bytes.
-     */
-    explicit Footage(const std::string& path);
+    explicit Footage(const std::string& path) : m_frames(Load_frames(path)) {}
 
     /** Frame of a recording, counted from 0; the same arguments give the same frame. */
     Footage_frame Frame(time_t start, _ifs_stream_type_ stream, size_t number) const;
 
 private:
-    std::vector<Footage_frame> m_frames;
+    Frames m_frames;
 };
 
 tm Utc_time(time_t seconds);

@@ -27,7 +27,7 @@
 #include <thread>
 #include <vector>
 
-#include "ifs.h"
+#include "tests/vm/footage_frames.h"
 
 namespace
 {
@@ -38,13 +38,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char k_mount_point[] = "/card";
 constexpr int k_largest_frame = 2 << 20;
-
-struct Frame {
-    _ifs_frame_type_ type;
-    uint64_t pts_us;
-    std::string bytes;
-};
-using Frames = std::vector<Frame>;
 
 std::atomic<int> g_step_number{0};
 std::atomic<int> g_deadline_s{120};
@@ -83,13 +76,6 @@ void Watch()
     }
 }
 
-tm Utc(time_t seconds)
-{
-    tm broken_down{};
-    gmtime_r(&seconds, &broken_down);
-    return broken_down;
-}
-
 unsigned Number(const std::string& text)
 {
     return static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10));
@@ -100,29 +86,9 @@ _ifs_stream_type_ Stream(const std::string& text)
     return text == "0" ? IFS_STREAM_MAIN : IFS_STREAM_SUB;
 }
 
-/** Frames of a file, each its type (4 bytes), time in us (8), length (4), all little-endian, and its bytes.
- */
-Frames Load_frames(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    const std::string all((std::istreambuf_iterator<char>(file)), {});
-    Frames frames;
-    for (size_t at = 0; at + 16 <= all.size();) {
-        int32_t type = 0;
-        uint64_t pts_us = 0;
-        uint32_t length = 0;
-        memcpy(&type, &all[at], sizeof type);
-        memcpy(&pts_us, &all[at + 4], sizeof pts_us);
-        memcpy(&length, &all[at + 12], sizeof length);
-        frames.push_back({static_cast<_ifs_frame_type_>(type), pts_us, all.substr(at + 16, length)});
-        at += 16 + length;
-    }
-    return frames;
-}
-
 int Create(time_t start_s, _ifs_stream_type_ stream)
 {
-    tm start = Utc(start_s);
+    tm start = Utc_time(start_s);
     return Ifsi_create(&start, 1, 6, 320, 240, 25, 1, SAMPLE_RATE_INDEX_44100, 1, 1, stream);
 }
 
@@ -130,7 +96,7 @@ int Create(time_t start_s, _ifs_stream_type_ stream)
 int Write(int fd, Frames& frames, uint64_t later_us = 0, milliseconds pause = milliseconds(0))
 {
     int refused = 0;
-    for (Frame& frame : frames) {
+    for (Footage_frame& frame : frames) {
         const int length = static_cast<int>(frame.bytes.size());
         const int first = length / 3; // in two pieces, as an encoder's ring buffer hands them out
         refused += Ifsi_write(fd, frame.bytes.data(), first, frame.bytes.data() + first, length - first,
@@ -274,7 +240,7 @@ bool Fill(const Args& args)
 bool Open(const Args& args)
 {
     g_playback_start = Number(args[1]);
-    tm start = Utc(g_playback_start);
+    tm start = Utc_time(g_playback_start);
     g_playback = Ifsi_open_v2(&start, Stream(args[0]));
     return g_playback > 0;
 }
@@ -295,7 +261,7 @@ bool Read_on(const Args& args)
         if (result <= 0 || read == frames.size()) {
             break;
         }
-        const Frame& frame = frames[read];
+        const Footage_frame& frame = frames[read];
         const auto expected_s =
             g_playback_start + static_cast<time_t>((frame.pts_us - frames[0].pts_us) / 1000000);
         different += type != frame.type || time_s != expected_s ||
@@ -343,8 +309,8 @@ bool Play(const Args& args)
  * size */
 bool List(const Args& args)
 {
-    tm from = Utc(0);
-    tm to = Utc(0x7fffffff);
+    tm from = Utc_time(0);
+    tm to = Utc_time(0x7fffffff);
     const int search = Ifsi_find_open(&from, &to, Stream(args[0]));
     if (search < 0) {
         return false;
@@ -362,25 +328,6 @@ bool List(const Args& args)
     Ifsi_find_close(search);
     Report("list stream=%s entries=%d", args[0].c_str(), count);
     return count == counted;
-}
-
-/** calendar STREAM TIME: the days of that time's month that hold recordings */
-bool Calendar(const Args& args)
-{
-    tm first = Utc(Number(args[1]));
-    first.tm_mday = 1;
-    first.tm_hour = first.tm_min = first.tm_sec = 0;
-    tm last = first;
-    ++last.tm_mon;
-    last = Utc(timegm(&last) - 1);
-    unsigned char days[31] = {};
-    const bool done = Ifsi_get_rec_calendar(&first, &last, Stream(args[0]), days) == 0;
-    std::string marked;
-    for (int day = 1; day <= 31; ++day) {
-        marked += days[day - 1] ? (marked.empty() ? "" : ",") + std::to_string(day) : "";
-    }
-    Report("calendar days=%s", marked.c_str());
-    return done;
 }
 
 struct Step {
@@ -401,7 +348,6 @@ const std::map<std::string, Step> k_steps = {
     {"read-for", {1, Read_for}},
     {"play", {3, Play}},
     {"list", {2, List}},
-    {"calendar", {2, Calendar}},
     {"init", {0, [](const Args&) { return Ifsi_init() == 0; }}},
     {"unmount", {0, [](const Args&) { return Ifsi_umount() == 0; }}},
     {"close", {0, [](const Args&) { return Ifsi_close(g_playback, nullptr) == 0; }}},

@@ -12,13 +12,12 @@ def run(bench):
     image = bench.card("card")
     steps = ["init mount"]
     steps += [f"record {START + 60 * minute} /data/main.frames /data/sub.frames" for minute in minutes]
-    steps += ["list 0 /out/main.list list 1 /out/sub.list", f"calendar 0 {START} calendar 1 {START}"]
+    steps += ["list 0 /out/main.list list 1 /out/sub.list"]
     play = [f"play {stream} {START + 60 * minute} /data/{name}.frames"
             for minute in minutes for stream, name in enumerate(("main", "sub"))]
     again = ["unmount mount list 0 /out/main.again list 1 /out/sub.again"]
     run = bench.boot("host " + " ".join(steps + play + again + play + ["unmount"]), ide_card(image), seconds=300)
 
-    check([result["days"] for result in run.results("calendar")] == [3, 3], "the calendar marks other days")
     card = Card(image)
     check(card.fsck() == [], f"fsck.fat says: {card.fsck()}")
     lists = [line.split() for name in ("main", "sub") for line in run.text(f"{name}.list").splitlines()]

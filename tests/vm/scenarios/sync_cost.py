@@ -1,7 +1,5 @@
 """What it costs that little is lost when the power goes: bytes on the card for a byte recorded, and flushes a minute."""
 
-import struct
-
 from .. import footage
 from ..machine import check, sparse
 from ..write_log import WriteLog, logged_card
@@ -9,7 +7,7 @@ from .power_cut import job
 
 START = 1777809600  # 2026-05-03 12:00:00 UTC
 CARD_BYTES = 1 << 30
-RATES = {"main.frames": ("640x480", 4000000), "sub.frames": ("320x240", 512000)}  # bits a second, audio included
+RATES = {"main.frames": 4000000, "sub.frames": 512000}  # bits a second, audio included
 MOST_BYTES_A_BYTE = 1.03
 MOST_SYNCS_A_MINUTE = 14
 
@@ -17,7 +15,9 @@ MOST_SYNCS_A_MINUTE = 14
 def run(bench):
     minutes = 10 if bench.long else 4
     image, log_path = sparse(bench.image("card"), CARD_BYTES), sparse(bench.work / "writes.log", 0)
-    frames = {name: footage_of_rate(bench.work / name, *rate) for name, rate in RATES.items()}
+    frames = {name: bench.work / name for name in RATES}
+    for name, bits_a_second in RATES.items():
+        footage.fatten(bench.footage[name], frames[name], bits_a_second // 8 * footage.SECONDS)
     bench.boot(f"/data/cut_job /dev/sda /data/main.frames /data/sub.frames format mount record {START} 1 {60 * minutes} "
                "unmount >/out/library.log", logged_card(image, log_path), files={"cut_job": job(bench), **frames},
                seconds=300 * minutes)
@@ -33,22 +33,3 @@ def run(bench):
             f"byte, {syncs_a_minute:.1f} syncs a minute and stream")
     check(bytes_a_byte <= MOST_BYTES_A_BYTE and syncs_a_minute <= MOST_SYNCS_A_MINUTE, said)
     return said
-
-
-def footage_of_rate(path, size, bits_a_second):
-    """Footage whose frames are blown up with filler NAL units until it has that rate."""
-    footage.write(path, footage.SECONDS, size)
-    frames, data = [], path.read_bytes()
-    at = 0
-    while at < len(data):
-        kind, pts_us, length = struct.unpack_from("<iQI", data, at)
-        frames.append((kind, pts_us, data[at + 16:at + 16 + length]))
-        at += 16 + length
-    missing = bits_a_second // 8 * footage.SECONDS - sum(len(frame) for _, _, frame in frames)
-    filler = max(6, missing // sum(1 for kind, _, _ in frames if kind != footage.AUDIO))
-    nal = b"\0\0\0\1\x0c" + b"\xff" * (filler - 6) + b"\x80"
-    with open(path, "wb") as file:
-        for kind, pts_us, frame in frames:
-            frame += b"" if kind == footage.AUDIO else nal
-            file.write(struct.pack("<iQI", kind, pts_us, len(frame)) + frame)
-    return path
