@@ -1,5 +1,6 @@
 #include "container/fragments.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "container/fields.h"
@@ -66,15 +67,16 @@ bool is_consistent(const Fragment& fragment)
     return within && exact.order.size() == fragment.count();
 }
 
+/** @param sequence  the number that it has to have; 0: any */
 bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fragment)
 {
     fragment.clear();
-    bool in_sequence = false;
+    bool in_sequence = sequence == 0;
     bool sound = each_box(source, moof.begin, moof.end, [&](const Box& box) {
         if (box.type == fourcc("mfhd")) {
             Fields fields(source, box);
             fields.skip(4);
-            in_sequence = fields.u32() == sequence;
+            in_sequence = in_sequence || fields.u32() == sequence;
         }
         if (box.type == fourcc("traf"))
             return parse_traf(source, box, fragment);
@@ -140,6 +142,26 @@ bool salvage_fragment(Source& source, ParsedMovie& movie, uint64_t pos)
     movie.tables.append(fragment, begin);
     movie.adts = movie.tables.exact.first_header();
     return true;
+}
+
+bool find_fragment(Source& source, uint64_t payload, Fragment& fragment)
+{
+    constexpr size_t header_bytes = 8;
+    Bytes before(static_cast<size_t>(std::min<uint64_t>(payload, max_start_bytes)));
+    if (!source.read(payload - before.size(), before.data(), before.size()))
+        return false;
+    // Nothing points back to a moof box, but its size leads here.
+    for (size_t size = 2 * header_bytes; size <= before.size(); ++size) {
+        const uint8_t* box = before.data() + before.size() - size;
+        if (be32(box + 4) != fourcc("moof") || be32(box) != size - header_bytes)
+            continue;
+        const Box moof{fourcc("moof"), payload - size + header_bytes, payload - header_bytes};
+        const uint8_t* mdat = before.data() + before.size() - header_bytes;
+        return be32(mdat + 4) == fourcc("mdat") && parse_moof(source, moof, 0, fragment) &&
+               fragment.payload_size(video_track) + fragment.payload_size(audio_track) + header_bytes ==
+                   be32(mdat);
+    }
+    return false;
 }
 
 } // namespace ifs_mp4

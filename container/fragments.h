@@ -1,4 +1,4 @@
-/** The fragments of a recording that was not finished. */
+/** The fragments of a recording. */
 #ifndef CONTAINER_FRAGMENTS_H
 #define CONTAINER_FRAGMENTS_H
 
@@ -25,6 +25,12 @@ void walk_fragments(Source& source, ParsedMovie& movie, uint64_t& pos, uint32_t&
  * @return false: there are none
  */
 bool salvage_fragment(Source& source, ParsedMovie& movie, uint64_t pos);
+
+/**
+ * Read the fragment whose payload begins at an offset.
+ * @return false: there is none, or it is damaged
+ */
+bool find_fragment(Source& source, uint64_t payload, Fragment& fragment);
 
 } // namespace ifs_mp4
 

@@ -201,9 +201,12 @@ bool Reader::is_sound(const TrackCursor& video)
 
 bool Reader::load_complete()
 {
+    constexpr uint64_t moov_header_bytes = 8;
     Box moov;
-    return find_box(m_source, 0, m_source.size(), fourcc("moov"), moov) &&
-           parse_moov(m_source, moov, m_info_only, m_movie) && m_movie.complete;
+    if (!find_box(m_source, 0, m_source.size(), fourcc("moov"), moov))
+        return false;
+    m_tables_begin = moov.begin - moov_header_bytes;
+    return parse_moov(m_source, moov, m_info_only, m_movie) && m_movie.complete;
 }
 
 bool Reader::load_recording(Box& moov)
@@ -221,6 +224,7 @@ void Reader::describe()
     if (track < 0)
         return;
     m_first_time = m_cursors[track].show_time_ms();
+    m_own_video = m_movie.recording && m_movie.nal_length_bytes() == sizeof start_code;
     if (m_movie.recording)
         return;
     m_movie.info.firstpts = static_cast<int>(m_cursors[track].timestamp_ms());
@@ -263,10 +267,79 @@ int Reader::current_track()
         int track = next_track();
         if (track < 0 && grow())
             continue;
+        if (track >= 0 && m_cursors[track].chunk() != m_checked[track].chunk)
+            check_sizes(track);
         if (track < 0 || m_cursors[track].size() > 0)
             return track;
         step(track);
     }
+}
+
+/** Where what lies behind an offset begins: a chunk, or the tables. */
+uint64_t Reader::chunk_limit(uint64_t offset) const
+{
+    uint64_t limit = offset < m_tables_begin ? m_tables_begin : m_source.size();
+    for (const Track& track : m_movie.tables.tracks) {
+        auto lies_behind = [](uint64_t begin, const Chunk& chunk) { return begin < chunk.offset; };
+        auto next = std::upper_bound(track.chunks.begin(), track.chunks.end(), offset, lies_behind);
+        if (next != track.chunks.end() && next->offset > offset)
+            limit = std::min(limit, next->offset);
+    }
+    return limit;
+}
+
+/**
+ * See whether the samples of a chunk end where they have to: one damaged size moves all that follow. Those of
+ * a recording are then taken from their fragment. Chunks of other writers can have gaps between them.
+ */
+void Reader::check_sizes(int track)
+{
+    const TrackCursor& cursor = m_cursors[track];
+    uint64_t end = cursor.chunk_end();
+    uint64_t limit = chunk_limit(m_movie.tables.tracks[track].chunks[cursor.chunk()].offset);
+    bool sound = end == limit || !m_movie.complete;
+    if (!sound)
+        sound = m_movie.recording ? has_fragment_at(end, limit) || restore_sizes(track) : end < limit;
+    m_checked[track] = {cursor.chunk(), sound};
+}
+
+/** Whether a fragment begins at pos whose payload begins at another offset. */
+bool Reader::has_fragment_at(uint64_t pos, uint64_t payload)
+{
+    uint8_t moof[8];
+    return m_source.read(pos, moof, sizeof moof) && be32(moof + 4) == fourcc("moof") &&
+           pos + be32(moof) + sizeof moof == payload;
+}
+
+/** Take the sizes of a chunk's samples from the fragment they were written in. @return false: it is damaged
+ */
+bool Reader::restore_sizes(int track)
+{
+    Tables& tables = m_movie.tables;
+    TrackCursor& cursor = m_cursors[track];
+    const Chunk& chunk = tables.tracks[track].chunks[cursor.chunk()];
+    std::vector<uint32_t>& sizes = tables.tracks[track].sizes;
+    if (chunk.count > sizes.size() || cursor.chunk_begin() > sizes.size() - chunk.count)
+        return false;
+    auto lies_before = [](const Chunk& pictures, uint64_t begin) { return pictures.offset < begin; };
+    const std::vector<Chunk>& pictures = tables.tracks[video_track].chunks;
+    auto next = std::lower_bound(pictures.begin(), pictures.end(), chunk.offset, lies_before);
+    // A fragment's payload begins with its pictures, if it has any.
+    uint64_t before = next == pictures.begin() ? chunk.offset : next[-1].offset;
+    Fragment fragment;
+    for (uint64_t payload : {chunk.offset, before}) {
+        if (!find_fragment(m_source, payload, fragment))
+            continue;
+        const std::vector<Sample>& written = fragment.samples[track];
+        uint64_t begin = payload + (track == audio_track ? fragment.payload_size(video_track) : 0);
+        if (begin != chunk.offset || chunk.count > written.size())
+            continue;
+        for (size_t i = 0; i < chunk.count; ++i)
+            sizes[cursor.chunk_begin() + i] = written[i].size;
+        cursor.measure();
+        return true;
+    }
+    return false;
 }
 
 /** Take in the fragments that were recorded since the last time. @return false: none */
@@ -297,13 +370,17 @@ int Reader::read(int& kind, char* buf, size_t capacity, uint32_t& timestamp)
     if (track < 0)
         return 0;
     const TrackCursor& cursor = m_cursors[track];
-    if (cursor.size() > capacity)
-        return failure;
     bool lies_in_file =
         cursor.offset() <= m_source.size() && cursor.size() <= m_source.size() - cursor.offset();
+    bool fits = cursor.size() <= capacity;
+    // Among sizes of which one is wrong, a picture shows by its NAL units whether its own is right.
+    bool sound = lies_in_file && (m_checked[track].sound || (track == video_track && fits));
     int length = 0;
-    if (lies_in_file)
+    if (sound) {
+        if (!fits)
+            return failure;
         length = track == audio_track ? read_audio(cursor, buf, capacity) : read_video(cursor, buf, capacity);
+    }
     if (length < 0)
         return failure;
     if (length > 0) {
@@ -325,7 +402,7 @@ bool Reader::load_sample(const TrackCursor& cursor)
 /** @return length in buf, 0: the sample is damaged, negative: it cannot be read, or buf is too small */
 int Reader::read_video(const TrackCursor& cursor, char* buf, size_t capacity)
 {
-    if (m_movie.recording && m_movie.nal_length_bytes() == sizeof start_code)
+    if (m_own_video)
         return read_own_video(cursor, reinterpret_cast<uint8_t*>(buf));
     if (!load_sample(cursor))
         return failure;

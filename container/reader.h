@@ -47,6 +47,10 @@ private:
     int next_track() const;
     void step(int track);
     int current_track();
+    uint64_t chunk_limit(uint64_t offset) const;
+    void check_sizes(int track);
+    bool has_fragment_at(uint64_t pos, uint64_t payload);
+    bool restore_sizes(int track);
     bool grow();
     void pass_in_time(const TrackCursor (&targets)[track_count]);
     bool load_sample(const TrackCursor& cursor);
@@ -58,8 +62,9 @@ private:
     bool m_info_only;
     Source m_source;
     ParsedMovie m_movie;
-    Bytes m_parameter_sets; /**< Annex B, for key frames that come without */
-    bool m_live = false;    /**< somebody records into the file */
+    Bytes m_parameter_sets;   /**< Annex B, for key frames that come without */
+    bool m_own_video = false; /**< lengths of NAL units are as long as start codes */
+    bool m_live = false;      /**< somebody records into the file */
     uint64_t m_walk_pos = 0;
     uint32_t m_fragments = 0;
 
@@ -67,6 +72,13 @@ private:
     size_t m_frame = 0;
     size_t m_header = 0; /**< index of the ADTS header that holds */
     uint64_t m_first_time = 0;
+    uint64_t m_tables_begin = 0; /**< of a file that has all samples in its moov */
+    /** The chunk whose sizes were checked last, and whether they are right. */
+    struct Checked {
+        size_t chunk = SIZE_MAX;
+        bool sound = true;
+    };
+    Checked m_checked[track_count];
     Bytes m_sample;
 
     mutable std::mutex m_info_mutex; /**< guards duration of m_movie.info */

@@ -240,6 +240,13 @@ uint32_t TrackCursor::timestamp_ms() const
     return static_cast<uint32_t>(show_time_ms()) + offset;
 }
 
+uint64_t TrackCursor::chunk_end() const
+{
+    const Chunk& chunk = m_track->chunks[m_chunk];
+    return chunk.offset +
+           m_track->bytes(chunk_begin(), std::min(chunk.count, m_track->count - chunk_begin()));
+}
+
 bool TrackCursor::is_key() const
 {
     const std::vector<uint32_t>& keys = m_track->keys;

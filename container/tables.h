@@ -244,6 +244,12 @@ public:
     /** When the sample is shown, ms. */
     uint64_t show_time_ms() const { return m_clock.show_time_ms(); }
     uint32_t timestamp_ms() const;
+    /** The chunk that the sample lies in, its first sample, and where its last one ends. */
+    size_t chunk() const { return m_chunk; }
+    uint32_t chunk_begin() const { return m_sample - m_chunk_done; }
+    uint64_t chunk_end() const;
+    /** Take in other sizes of the chunk's samples. */
+    void measure() { m_chunk_bytes = m_track->bytes(chunk_begin(), m_chunk_done); }
     bool is_key() const;
     /** Step to the next sample; not at the end. */
     void next();

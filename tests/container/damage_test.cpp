@@ -49,18 +49,46 @@ std::string be32(size_t value)
     return bytes;
 }
 
-/** Read all there is, errors passed over. @return frames */
-size_t read_damaged(const std::string& path)
+/** Read all there is, errors passed over. */
+Frames read_damaged(const std::string& path)
 {
     Mp4 file(path, KT_MP4_READ);
     Frame frame{};
-    size_t frames = 0;
+    Frames frames;
     for (int errors = 0, length = 1; file && length != 0 && errors < 2000;) {
         length = file.read(frame);
-        frames += length > 0;
+        if (length > 0)
+            frames.push_back(frame);
         errors += length < 0;
     }
     return frames;
+}
+
+/** Flip bits of the sample sizes. @return frames that one costs at most, frames that nobody wrote */
+std::pair<size_t, size_t> flip_sizes(const std::string& path, const Frames& frames)
+{
+    const std::string bytes = load(path);
+    const auto missing = [](const Frames& of, const Frames& in) {
+        const auto is_missing = [&](const Frame& f) {
+            return std::find(in.begin(), in.end(), f) == in.end();
+        };
+        return static_cast<size_t>(std::count_if(of.begin(), of.end(), is_missing));
+    };
+    std::pair<size_t, size_t> worst;
+    size_t samples = only_video(frames).size();
+    for (size_t at = bytes.rfind("moov"); (at = bytes.find("stsz", at + 1)) != std::string::npos;) {
+        for (size_t bit = 0; bit < samples * 32; bit += 13) {
+            std::string damaged = bytes;
+            damaged[at + 16 + bit / 8] ^= static_cast<char>(1 << bit % 8);
+            save(path, damaged);
+            const Frames got = read_damaged(path);
+            worst.first = std::max(worst.first, missing(frames, got));
+            worst.second += missing(got, frames);
+        }
+        samples = frames.size() - samples;
+    }
+    save(path, bytes);
+    return worst;
 }
 
 } // namespace
@@ -151,7 +179,7 @@ TEST(Damage, RandomDamageNeverCrashesHangsOrTakesMemory)
             bytes[at % bytes.size()] = round % 3 ? values[random() % 5] : static_cast<char>(random());
         }
         save(path, bytes);
-        EXPECT_LE(read_damaged(path), recorded.frames.size());
+        EXPECT_LE(read_damaged(path).size(), recorded.frames.size());
     }
     struct rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
@@ -181,6 +209,23 @@ TEST(Damage, FragmentThatSpeaksOfSamplesBeyondItsOwnIsNotTaken)
     EXPECT_EQ(load(path).size(), bytes.size()) << "it was finished with tables that no reader takes";
 }
 
+TEST(Damage, AWrongSampleSizeCostsNoFrameOfARecordingAndAChunkOfAnotherFile)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    const std::string other = folder.file("other.mp4");
+    ASSERT_EQ(run("ffmpeg -v error -i " + folder.file() + " -c copy " + other), "");
+    EXPECT_EQ(flip_sizes(folder.file(), recorded.frames), std::make_pair(size_t{0}, size_t{0}));
+    EXPECT_LE(flip_sizes(other, read_back(other)).first, 3u);
+
+    // Without the fragments nobody knows which size is wrong.
+    std::string bytes = recorded.finished;
+    for (size_t at = 0; (at = bytes.find("moof", at)) != std::string::npos;)
+        bytes[at] = 'x';
+    save(folder.file(), bytes);
+    EXPECT_EQ(flip_sizes(folder.file(), recorded.frames).second, 0u);
+}
+
 TEST(Damage, ASecondTableOfSizesReplacesTheFirst)
 {
     Folder folder;
@@ -198,7 +243,7 @@ TEST(Damage, ASecondTableOfSizesReplacesTheFirst)
     bytes.erase(keys - 4, same_size.size());
     bytes.replace(bytes.find("stsc", moov) + 16, 4, std::string("\0\0\x10\0", 4)); // samples of a chunk
     save(folder.file(), bytes);
-    EXPECT_EQ(read_damaged(folder.file()), 0u);
+    EXPECT_EQ(read_damaged(folder.file()), Frames());
 }
 
 TEST(Damage, SamplesInFrontOfTheFragmentsAreNone)
