@@ -163,6 +163,8 @@ bool Reader::load_fragments()
     walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
     if (m_fragments == 0 && !m_live && salvage_fragment(m_source, m_movie, m_walk_pos))
         m_fragments = 1;
+    if (!m_live)
+        m_movie.tables.begin_at_zero();
     m_movie.info.duration = m_movie.duration_ms();
     return true;
 }

@@ -174,6 +174,20 @@ void Tables::make_room(const Fragment& fragment)
     exact.order.make_room(fragment.exact.order.size());
 }
 
+void Tables::begin_at_zero()
+{
+    uint64_t begin = tracks[video_track].start_time;
+    for (int i = 0; i < track_count && begin > 0; ++i) {
+        uint64_t earlier = std::min(begin, tracks[i].start_time);
+        tracks[i].start_time -= earlier;
+        tracks[i].last_time -= earlier;
+        if (exact.anchors[i].empty())
+            exact.anchors[i].push_back({0, 0});
+        for (Anchor& anchor : exact.anchors[i])
+            anchor.offset_ms += static_cast<uint32_t>(earlier);
+    }
+}
+
 void Tables::append(const Fragment& fragment, uint64_t payload_offset)
 {
     append_headers(exact.headers, fragment.exact.headers, tracks[audio_track].count);

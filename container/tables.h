@@ -135,6 +135,8 @@ struct Tables {
     void reserve();
     /** Get the memory that append() needs for a fragment; after it append() cannot fail. */
     void make_room(const Fragment& fragment);
+    /** Let times count from the first picture, as a file with all samples in its moov has it. */
+    void begin_at_zero();
     /** Add a fragment whose samples follow the last ones in time. */
     void append(const Fragment& fragment, uint64_t payload_offset);
 };

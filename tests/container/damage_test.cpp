@@ -246,6 +246,24 @@ TEST(Damage, ASecondTableOfSizesReplacesTheFirst)
     EXPECT_EQ(read_damaged(folder.file()), Frames());
 }
 
+TEST(Damage, TimesThatDoNotBeginAtZeroKeepTheirTimestampsWhenTheRecordingIsFinished)
+{
+    Folder folder;
+    const Recorded recorded(folder);
+    std::string bytes = recorded.interrupted;
+    for (size_t at = 0; (at = bytes.find("tfdt", at + 1)) != std::string::npos;)
+        bytes[at + 13] = 1; // 65,536 ms
+    save(folder.file("late.mp4"), bytes);
+    Frames expected = recorded.frames;
+    for (Frame& frame : expected)
+        frame.timestamp += 65536;
+    for (int open = 0; open < 2; ++open) {
+        EXPECT_EQ(Mp4(folder.file("late.mp4"), KT_MP4_PROBE).info().duration,
+                  Mp4(folder.file(), KT_MP4_PROBE).info().duration);
+        EXPECT_EQ(read_back(folder.file("late.mp4")), expected);
+    }
+}
+
 TEST(Damage, SamplesInFrontOfTheFragmentsAreNone)
 {
     Folder folder;
