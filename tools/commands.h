@@ -50,7 +50,7 @@ struct PlayOptions {
     std::string at;
     std::string stream = "main";
     bool audio = false;
-    double duration_s = 0; /**< 0: to the end of the footage */
+    std::string duration; /**< as parse_duration() takes it; empty: to the end of the footage */
     std::string output = "-";
 };
 

@@ -124,7 +124,7 @@ void report(const Context& context, const ExportOptions& options, const Clip& cl
 ExitCode export_clip(const Context& context, const ExportOptions& options)
 {
     int64_t from_ms = parse_time(options.from);
-    int64_t to_ms = parse_time(options.to);
+    int64_t to_ms = parse_end_time(options.to);
     _ifs_stream_type_ stream = parse_stream(options.stream);
     if (to_ms <= from_ms)
         throw Failure(ExitCode::usage, "--to must lie behind --from");

@@ -5,10 +5,22 @@
 #include "tools/recordings.h"
 #include "tools/time_text.h"
 
+namespace
+{
+
+/** What starts in the second of a time still belongs to a range that ends there; a day ends before the next.
+ */
+int64_t last_second(const std::string& end)
+{
+    return parse_end_time(end) / 1000 - (is_date(end) ? 1 : 0);
+}
+
+} // namespace
+
 void list_recordings(const Context& context, const ListOptions& options)
 {
     int64_t from_s = options.from.empty() ? min_time_s : parse_time(options.from) / 1000;
-    int64_t to_s = options.to.empty() ? max_time_s : parse_time(options.to) / 1000;
+    int64_t to_s = options.to.empty() ? max_time_s : last_second(options.to);
     if (to_s < from_s)
         throw Failure(ExitCode::usage, "--to lies before --from; swap them");
 

@@ -18,7 +18,8 @@ namespace
 
 constexpr const char* footer = R"(
 Times are local, like 2026-03-05T10:00:00, or carry their zone, like
-2026-03-05T10:00:00+01:00.
+2026-03-05T10:00:00+01:00. A date alone is the begin of its day, after --to its
+end.
 Results go to standard output, everything else to standard error.
 
 Exit codes:
@@ -146,9 +147,10 @@ void define_play(CLI::App& app, PlayOptions& options, Options& all)
         ->type_name("STREAM")
         ->capture_default_str();
     command->add_flag("--audio", options.audio, "The sound instead of the picture");
-    command->add_option("--duration", options.duration_s, "How long to play (default: to the last frame)")
-        ->check(CLI::PositiveNumber.description(""))
-        ->type_name("SECONDS");
+    command
+        ->add_option("--duration", options.duration,
+                     "How long to play, like 90, 10m or 1h\n(default: to the last frame)")
+        ->type_name("LENGTH");
     command->add_option("--output", options.output, "File or named pipe, - for standard output")
         ->type_name("FILE")
         ->capture_default_str();
@@ -187,6 +189,16 @@ void define_help(CLI::App& app, Options& options)
     command->add_option("COMMAND", options.topic, "Its name; without it, the whole tool")->type_name("");
 }
 
+/** An empty value is a script's variable that was never set, not a wish for the default. */
+void refuse_empty_values(CLI::App& app)
+{
+    const auto check = [](const std::string& value) { return value.empty() ? "its value is empty" : ""; };
+    const auto has_value = [](const CLI::Option* option) { return option->get_items_expected_max() > 0; };
+    for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        for (CLI::Option* option : command->get_options(has_value))
+            option->check(check);
+}
+
 void define_command_line(CLI::App& app, Options& options)
 {
     app.get_formatter()->column_width(26);
@@ -209,6 +221,7 @@ void define_command_line(CLI::App& app, Options& options)
     define_export(app, options.clip, options);
     define_check(app, options);
     define_help(app, options);
+    refuse_empty_values(app);
 }
 
 ExitCode run(const Options& options)

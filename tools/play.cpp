@@ -1,4 +1,4 @@
-#include <cmath>
+#include <algorithm>
 #include <iostream>
 
 #include "tools/adts.h"
@@ -105,8 +105,10 @@ ExitCode play(const Context& context, const PlayOptions& options)
     if (context.json && options.output == "-")
         throw Failure(ExitCode::usage,
                       "frames and JSON cannot share standard output; name a file with --output");
-    bool to_the_end = options.duration_s == 0;
-    int64_t to_ms = to_the_end ? max_time_s * 1000 : at_ms + std::llround(options.duration_s * 1000);
+    bool to_the_end = options.duration.empty();
+    int64_t to_ms = max_time_s * 1000;
+    if (!to_the_end)
+        to_ms = std::min(to_ms, at_ms + parse_duration(options.duration));
 
     Card card(context.card_path);
     card.mount();

@@ -7,18 +7,20 @@
 
 unsigned long long parse_size(const std::string& text)
 {
-    static const std::regex form(R"((\d{1,15})([KMGTkmgt]?))");
+    static const std::regex form(R"((\d{1,15})(?:([KMGT])(i?B)?)?)", std::regex::icase);
     static const std::string units = "kmgt";
     std::smatch part;
     if (!std::regex_match(text, part, form) || std::stoull(part[1]) == 0)
         throw Failure(ExitCode::usage,
-                      "'" + text + "' is no size; write a number with K, M, G or T, like 8G");
+                      "'" + text + "' is no size; write a number with K, M, G or T, like 8G or 8GB");
     unsigned long long size = std::stoull(part[1]);
+    const unsigned base =
+        part[3].length() == 1 ? 1000 : 1024; // GB as cards are sold, G and GiB as they count
     size_t powers = part[2].length() ? units.find(static_cast<char>(part.str(2)[0] | 0x20)) + 1 : 0;
     while (powers-- > 0) {
         if (size >= 1ULL << 53)
             throw Failure(ExitCode::usage, "'" + text + "' is larger than any card; write a size like 8G");
-        size <<= 10;
+        size *= base;
     }
     return size;
 }

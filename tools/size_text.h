@@ -5,7 +5,8 @@
 #include <string>
 
 /**
- * Read a size: a whole number, alone or followed by K, M, G or T, powers of 1024.
+ * Read a size: a whole number, alone or followed by K, M, G or T or KiB, MiB, ..., powers of 1024, or by KB,
+ * MB, GB or TB, powers of 1000.
  *
  * Throws Failure (usage): not of this form, zero, or past 2^63.
  */

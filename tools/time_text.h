@@ -15,13 +15,28 @@ constexpr int64_t max_time_s = INT32_MAX;
 
 /**
  * Read a time: YYYY-MM-DD, alone or followed by T or a blank and HH:MM[:SS[.fff]], then Z, +HH:MM, -HH:MM or
- * nothing for local time. A date alone is its midnight, local.
+ * nothing for local time. A date alone is the begin of its local day.
  *
- * Throws Failure (usage): not of this form, no such time, or outside of 1970 to 2038.
+ * Throws Failure (usage): not of this form, no such time or zone, a local time that occurs twice, or outside
+ * of 1970 to 2038.
  *
  * @return milliseconds
  */
 int64_t parse_time(const std::string& text);
+
+/** As parse_time(), for the end of a range: a date alone is the end of its day, the begin of the next. */
+int64_t parse_end_time(const std::string& text);
+
+/** Whether a text that parse_time() takes is a date alone. */
+bool is_date(const std::string& text);
+
+/**
+ * Read a length of time: a number of seconds, with s behind it or nothing, of minutes with m, or of hours
+ * with h. Throws Failure (usage): not of this form, or 0.
+ *
+ * @return milliseconds, at least 1
+ */
+int64_t parse_duration(const std::string& text);
 
 /** Write a time in local time with its zone, e.g. 2026-03-05T10:00:00+01:00. */
 std::string time_text(int64_t seconds);
@@ -44,6 +59,9 @@ struct Month {
 
 /** Read a month, YYYY-MM. Throws Failure (usage) as parse_time() does. */
 Month parse_month(const std::string& text);
+
+/** Day of the month of local time, from 1. */
+int local_day(int64_t seconds);
 
 /** Break a time down as UTC, for the library. */
 struct tm utc_tm(int64_t seconds);

@@ -97,15 +97,17 @@ class Recording(unittest.TestCase):
 
         self.assertEqual([(one["stream"], one["start"]) for one in found], [("sub", "2026-03-05T10:00:04+00:00")])
         self.assertEqual(len(must("list").splitlines()), 1 + 6)
+        self.assertEqual(len(recordings("main", "--from", "2026-03-05", "--to", "2026-03-05")), 3)
 
     def test_calendar_marks_the_local_day(self):
-        os.environ["TZ"] = "EAST-14"  # the next day begins there at 10:00 UTC
         self.addCleanup(os.environ.update, TZ="UTC0")
+        # The next day begins there at 10:00:09 UTC, at 10:00:04, and at 10:00.
+        for zone, days in (("EAST-13:59:51", [5]), ("EAST-13:59:56", [5, 6]), ("EAST-14", [6])):
+            os.environ["TZ"] = zone
+            calendar = json.loads(must("--json", "calendar", "2026-03"))
+            self.assertEqual(calendar["main"], {"days": days, "recordings": 3})
 
-        calendar = json.loads(must("--json", "calendar", "2026-03"))
         drawn = must("calendar", "2026-03").decode()
-
-        self.assertEqual(calendar["main"], {"days": [6], "recordings": 3})
         self.assertIn("   6MS", drawn)
         self.assertEqual(drawn.count("MS"), 1)
 
@@ -213,6 +215,7 @@ class BadInput(unittest.TestCase):
     def test_wrong_arguments_are_told_in_a_sentence(self):
         for arguments in ([], ["nonsense"], ["list", "--unknown"], ["list", "--from", "yesterday"],
                           ["list", "--from", START + "5", "--to", START + "4"], ["list", "--stream", "third"],
+                          ["list", "--from", ""], ["play", "--at", START + "1", "--duration", "nan", "--output", "x.h264"],
                           ["calendar", "2026-13"], ["record", "main.mp4", "--segment", "0"], ["record"],
                           ["play", "--at", START + "1", "--json"], ["play", "--at", START + "1", "--duration", "-1"],
                           ["export", "--from", START + "5", "--to", START + "5", "x.mp4"]):

@@ -19,6 +19,24 @@ TEST(Times, EveryWayOfWritingAnInstantNamesIt)
         EXPECT_EQ(parse_time(text), march_5_ten_utc_s * 1000) << text;
     EXPECT_EQ(parse_time("2026-03-05"), (march_5_ten_utc_s - 11 * 3600) * 1000);
     EXPECT_EQ(parse_time("2026-03-05T10:00:00.25Z"), march_5_ten_utc_s * 1000 + 250);
+    EXPECT_EQ(parse_end_time("2026-03-05T10:00Z"), march_5_ten_utc_s * 1000);
+    for (const auto& [zone_name, date, begin, end] : std::vector<std::array<const char*, 4>>{
+             {berlin, "2026-10-25", "2026-10-25T00:00+02:00", "2026-10-26T00:00+01:00"},
+             {"EET-2EEST,M3.5.0/0,M10.5.0/0", "2026-03-29", "2026-03-28T22:00Z", "2026-03-29T21:00Z"},
+             {"EET-2EEST,M3.5.0/0,M10.5.0/1", "2026-10-25", "2026-10-24T21:00Z", "2026-10-25T22:00Z"}}) {
+        Zone other(zone_name);
+        EXPECT_EQ(time_text_ms(parse_time(date)), time_text_ms(parse_time(begin)));
+        EXPECT_EQ(time_text_ms(parse_end_time(date)), time_text_ms(parse_time(end)));
+    }
+}
+
+TEST(Times, ALengthIsMoreThanNothing)
+{
+    EXPECT_EQ(parse_duration("1.5"), 1500);
+    EXPECT_EQ(parse_duration("10m"), 600000);
+    EXPECT_EQ(parse_duration("2h"), 7200000);
+    for (const char* text : {"", "0", "0.0001", "-1", "nan", "inf", "1e9", "10 m", "10d", "9999999999"})
+        EXPECT_THROW(parse_duration(text), Failure) << text;
 }
 
 TEST(Times, PrintedTimesCarryTheirZoneAndAreReadBack)
@@ -38,7 +56,8 @@ TEST(Times, WhatIsNoTimeIsRefusedInsteadOfGuessed)
     Zone zone(berlin);
     for (const char* text :
          {"", "now", "10:00", "2026-3-5T10:00", "2026-02-29", "2026-13-01", "2026-03-05T24:00",
-          "2026-03-05T10:00:00x", "2026-03-05T10:00+1", "2026-03-29T02:30", "1969-12-31T23:00Z",
+          "2026-03-05T10:00:00x", "2026-03-05T10:00+1", "2026-03-29T02:30", "2026-10-25T02:00",
+          "2026-10-25T02:59:59", "2026-03-05T10:00+14:01", "2026-03-05T10:00-09:60", "1969-12-31T23:00Z",
           "2038-01-19T03:14:08Z", "20260305T100000"})
         EXPECT_THROW(parse_time(text), Failure) << text;
 }
@@ -62,10 +81,12 @@ TEST(Sizes, SizesAreReadAndWrittenInPowersOf1024)
     EXPECT_EQ(parse_size("8G"), 8ULL << 30);
     EXPECT_EQ(parse_size("300m"), 300ULL << 20);
     EXPECT_EQ(parse_size("1048576"), 1ULL << 20);
+    EXPECT_EQ(parse_size("8GiB"), 8ULL << 30);
+    EXPECT_EQ(parse_size("8gb"), 8000000000ULL);
     EXPECT_EQ(size_text(8ULL << 30), "8.0 GiB");
     EXPECT_EQ(size_text((1ULL << 30) - 1), "1.0 GiB");
     EXPECT_EQ(size_text(1023), "1023 B");
-    for (const char* text : {"", "G", "0", "-1G", "8GB", "8.5G", "99999999999T", "9999999999999999999"})
+    for (const char* text : {"", "G", "0", "-1G", "8B", "8.5G", "99999999999T", "9999999999999999999"})
         EXPECT_THROW(parse_size(text), Failure) << text;
 }
 
