@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -10,18 +11,27 @@ namespace
 {
 
 struct StreamMonth {
-    std::array<unsigned char, 31> days; /**< 1 where a recording starts or ends */
-    size_t recordings;
+    std::array<bool, 31> days{}; /**< that hold footage */
+    size_t recordings = 0;
 };
 
+/**
+ * Mark every day that a recording holds footage of. The library's own calendar marks the days of its start
+ * and its end, and one that ends at midnight holds nothing of the day which begins there.
+ */
 StreamMonth ask_card(_ifs_stream_type_ stream, const Month& month)
 {
-    StreamMonth result = {};
-    struct tm first = utc_tm(month.first_s);
-    struct tm last = utc_tm(month.last_s);
-    if (Ifsi_get_rec_calendar(&first, &last, stream, result.days.data()) != 0)
-        throw Failure(ExitCode::failed, "the card gives no calendar; run again with -v to see why");
-    result.recordings = find_recordings(stream, month.first_s, month.last_s).size();
+    StreamMonth result;
+    for (const _ifs_rec_file_& recording : find_recordings(stream, month.first_s, month.last_s)) {
+        const int64_t start_s = start_seconds(recording);
+        const int64_t last_s = std::max(end_seconds(recording) - 1, start_s);
+        if (last_s < month.first_s || start_s > month.last_s) // fields out of range compare otherwise
+            continue;
+        ++result.recordings;
+        const int first_day = local_day(std::max(start_s, month.first_s));
+        const int last_day = local_day(std::min(last_s, month.last_s));
+        std::fill(result.days.begin() + first_day - 1, result.days.begin() + last_day, true);
+    }
     return result;
 }
 
