@@ -218,11 +218,11 @@ void Card::read_table()
         m_partition = first_partition(table, file_bytes(m_image.get()) / sector_bytes);
 }
 
-void Card::written(std::uint64_t start, std::uint64_t length)
+int Card::before_write(std::uint64_t start, std::uint64_t length)
 {
     const bool boot_record = start < m_partition.start + sector_bytes && start + length > m_partition.start;
-    if (!m_partition.empty() && boot_record)
-        empty_folder(m_mount_point);
+    const int error = !m_partition.empty() && boot_record ? empty_folder(m_mount_point) : 0;
+    return error == 0 ? 0 : refuse(error);
 }
 
 int Card::mount(Place device, const char* directory, const char* type)

@@ -83,8 +83,12 @@ public:
     /** Take the partition from the table as it is now on the card. */
     void read_table();
 
-    /** Note that sectors were written: a new boot record of the partition empties the mount point. */
-    void written(std::uint64_t start, std::uint64_t length);
+    /**
+     * Prepare for a write of sectors: a new boot record of the partition empties the mount point.
+     *
+     * @return 0, or -1 with errno: it cannot be emptied
+     */
+    int before_write(std::uint64_t start, std::uint64_t length);
 
     /** The mounted volume, none while there is none. */
     const std::optional<Volume>& volume() const { return m_volume; }

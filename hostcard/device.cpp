@@ -107,10 +107,10 @@ ssize_t write_device(Card& card, Place device, int fd, const void* buffer, std::
         return -1;
     if (extent->length == 0)
         return count == 0 ? 0 : refuse(ENOSPC);
+    if (card.before_write(static_cast<std::uint64_t>(extent->start), extent->length) != 0)
+        return -1;
     const ssize_t done = pwrite64(fd, buffer, extent->length, extent->start);
     advance(fd, *extent, done, at);
-    if (done > 0)
-        card.written(static_cast<std::uint64_t>(extent->start), static_cast<std::uint64_t>(done));
     return done;
 }
 

@@ -14,8 +14,9 @@
  * The devices behave as a kernel's: /dev/hd/sda1 exists as of the insertion or the last BLKRRPART, a mount
  * checks the FAT32 boot record, an open file or folder keeps the card from being unmounted. The image holds
  * no files, the folder does: free space is what the boot record offers less whole clusters for each file,
- * and a write of the partition's boot record through a device empties the folder. While the card is not
- * mounted, the mount point shows empty to opendir() and holds nothing for the other calls.
+ * and a write of the partition's boot record through a device empties the folder, or fails where that cannot
+ * be emptied. While the card is not mounted, the mount point shows empty to opendir() and holds nothing for
+ * the other calls.
  *
  * Interposed are open, close, read, write, pread, pwrite, lseek, lseek64, ftruncate, fsync, fdatasync, fstat,
  * stat, remove, opendir, readdir, closedir, ioctl, mount, umount, statfs, sleep and usleep. Streams, the

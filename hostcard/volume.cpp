@@ -1,6 +1,7 @@
 #include "hostcard/volume.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
 #include <functional>
@@ -115,14 +116,14 @@ struct statfs Volume::sizes(std::uint64_t free_clusters) const
     return sizes;
 }
 
-void empty_folder(const std::string& folder)
+int empty_folder(const std::string& folder)
 {
-    walk(folder, [](const char* path, const struct stat64& status) {
-        if (S_ISDIR(status.st_mode))
-            rmdir(path);
-        else
-            unlink(path);
+    int error = 0;
+    walk(folder, [&error](const char* path, const struct stat64& status) {
+        if ((S_ISDIR(status.st_mode) ? rmdir(path) : unlink(path)) != 0 && error == 0)
+            error = errno;
     });
+    return error;
 }
 
 } // namespace hostcard

@@ -46,8 +46,12 @@ std::uint32_t le32(const std::uint8_t* bytes);
 std::optional<Volume> fat32_volume(const std::uint8_t (&boot_record)[sector_bytes],
                                    std::uint64_t device_bytes);
 
-/** Delete everything below a folder, as far as the permissions go. */
-void empty_folder(const std::string& folder);
+/**
+ * Delete everything below a folder, as far as the permissions go.
+ *
+ * @return 0, or the errno of the first deletion that failed
+ */
+int empty_folder(const std::string& folder);
 
 } // namespace hostcard
 

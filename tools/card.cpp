@@ -1,9 +1,11 @@
 #include "tools/card.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <sys/mount.h>
 #include <thread>
 #include <unistd.h>
@@ -23,6 +25,14 @@ void wait_for_catalogue()
             std::fputs("Reading the card's catalogue...\n", stderr);
         std::this_thread::sleep_for(std::chrono::milliseconds(1000 / polls_per_second));
     }
+}
+
+void check_access(const std::string& card_path, const std::string& part, int mode)
+{
+    if (access(part.c_str(), mode) != 0)
+        throw Failure(ExitCode::failed, "the card at '" + card_path + "' cannot be written to ('" + part +
+                                            "': " + strerror(errno) +
+                                            "); change its permissions, or work on a copy");
 }
 
 } // namespace
@@ -71,7 +81,31 @@ int Card::mount_files(bool read_only)
     return m_files_mounted ? 0 : errno;
 }
 
+void Card::check_writable() const
+{
+    check_access(m_path, folder(), W_OK | X_OK);
+}
+
+void Card::check_erasable() const
+{
+    check_writable();
+    check_access(m_path, m_path + "/card.img", W_OK);
+}
+
 std::string Card::folder() const
 {
     return hostcard_mount_point();
+}
+
+void check_not_on_card(const std::string& card_path, const std::string& file)
+{
+    std::error_code unresolved; // what cannot be resolved cannot be opened either, which is reported then
+    const std::filesystem::path card = std::filesystem::weakly_canonical(card_path, unresolved);
+    const std::filesystem::path path =
+        std::filesystem::weakly_canonical(std::filesystem::absolute(file, unresolved), unresolved);
+    if (!unresolved && std::mismatch(card.begin(), card.end(), path.begin(), path.end()).first == card.end())
+        throw Failure(ExitCode::refused,
+                      "'" + file +
+                          "' lies in the card's own folder, which holds its recordings only; name a "
+                          "file elsewhere");
 }

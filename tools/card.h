@@ -30,6 +30,12 @@ public:
      */
     int mount_files(bool read_only);
 
+    /** Throws Failure (failed) where its files cannot be written to, which are left as they are. */
+    void check_writable() const;
+
+    /** As above for a format, which writes to its sectors, too. */
+    void check_erasable() const;
+
     /** Where its files lie once it is mounted. */
     std::string folder() const;
 
@@ -38,5 +44,11 @@ private:
     bool m_mounted = false;
     bool m_files_mounted = false;
 };
+
+/**
+ * Throws Failure (refused) where a file would lie in a card's folder: a camera that found it there would
+ * count it, or delete it.
+ */
+void check_not_on_card(const std::string& card_path, const std::string& file);
 
 #endif

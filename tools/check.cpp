@@ -139,6 +139,8 @@ ExitCode check_card(const Context& context, bool repair)
 {
     Report report;
     Card card(context.card_path);
+    if (repair)
+        card.check_writable();
     if (int error = card.mount_files(!repair)) {
         report.findings.push_back({&card_fault(error, context.card_path), "", "it cannot be mounted"});
     } else {

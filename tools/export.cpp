@@ -128,6 +128,7 @@ ExitCode export_clip(const Context& context, const ExportOptions& options)
     _ifs_stream_type_ stream = parse_stream(options.stream);
     if (to_ms <= from_ms)
         throw Failure(ExitCode::usage, "--to must lie behind --from");
+    check_not_on_card(context.card_path, options.file);
     PartFile file(options.file);
 
     Card card(context.card_path);

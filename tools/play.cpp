@@ -105,6 +105,8 @@ ExitCode play(const Context& context, const PlayOptions& options)
     if (context.json && options.output == "-")
         throw Failure(ExitCode::usage,
                       "frames and JSON cannot share standard output; name a file with --output");
+    if (options.output != "-")
+        check_not_on_card(context.card_path, options.output);
     bool to_the_end = options.duration.empty();
     int64_t to_ms = max_time_s * 1000;
     if (!to_the_end)

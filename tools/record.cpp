@@ -90,6 +90,7 @@ ExitCode record(const Context& context, const RecordOptions& options)
                              {false}};
 
     Card card(context.card_path);
+    card.check_writable();
     Ifsi_init();
     card.mount();
     StreamRecorder main(IFS_STREAM_MAIN, main_input, session);
