@@ -12,16 +12,18 @@ void create_card(const Context& context, const std::string& size)
     // What card readers report for every card; the partition begins at the first multiple of it.
     constexpr unsigned heads = 255;
     constexpr unsigned sectors = 63;
+    constexpr unsigned long long min_bytes = 512ULL * heads * sectors; // one cylinder
+    constexpr unsigned long long max_bytes = 2ULL << 40;               // what 32-bit sector numbers reach
     constexpr unsigned long long useful_bytes = 512ULL << 20;
 
     unsigned long long bytes = parse_size(size);
+    if (bytes < min_bytes || bytes > max_bytes)
+        throw Failure(ExitCode::usage, "a card of " + size_text(bytes) +
+                                           " cannot be formatted and used whole; choose a size of 8M to 2T");
     if (hostcard_create(context.card_path.c_str(), bytes, heads, sectors) != 0) {
         if (errno == EEXIST || errno == ENOTEMPTY)
             throw Failure(ExitCode::refused,
                           "'" + context.card_path + "' exists and is not empty; name a new folder");
-        if (errno == EINVAL)
-            throw Failure(ExitCode::usage,
-                          "no card can have " + size_text(bytes) + "; choose a size like 8G");
         throw Failure(ExitCode::failed,
                       "cannot make a card at '" + context.card_path + "': " + std::strerror(errno));
     }

@@ -72,7 +72,7 @@ CLI::App* add_command(CLI::App& app, const char* name, const char* purpose, cons
 void define_card_commands(CLI::App& app, Options& options)
 {
     CLI::App* create = add_command(app, "create", "Make a virtual card, a folder in place of a card");
-    create->add_option("--size", options.size, "Its size, like 8G")->required()->type_name("SIZE");
+    create->add_option("--size", options.size, "Its size, like 8G or 8GB")->required()->type_name("SIZE");
     create->callback([&options] {
         options.command = [&options](const Context& context) {
             create_card(context, options.size);
