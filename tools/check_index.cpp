@@ -120,8 +120,8 @@ void write_durably(const std::string& path, const std::string& bytes)
     Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!fd)
         fail("create", path);
-    write_all(fd.get(), bytes.data(), bytes.size(), "'" + path + "'");
-    if (fsync(fd.get()) != 0 || !fd.reset())
+    if (!write_all(fd.get(), bytes.data(), bytes.size(), "'" + path + "'") || fsync(fd.get()) != 0 ||
+        !fd.reset())
         fail("write", path);
 }
 

@@ -74,9 +74,9 @@ OutputFile::~OutputFile()
         close(m_own_fd);
 }
 
-void OutputFile::write(const void* data, size_t size)
+bool OutputFile::write(const void* data, size_t size)
 {
-    write_all(m_fd, data, size, m_name);
+    return write_all(m_fd, data, size, m_name);
 }
 
 void OutputFile::finish()

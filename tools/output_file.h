@@ -44,8 +44,8 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    /** Throws Failure (failed). */
-    void write(const void* data, size_t size);
+    /** As write_all(). */
+    [[nodiscard]] bool write(const void* data, size_t size);
 
     /** Keep the file. Without it a new one is removed. Throws Failure (failed). */
     void finish();

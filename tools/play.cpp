@@ -41,32 +41,33 @@ class Player
 public:
     Player(bool audio, OutputFile& output) : m_audio(audio), m_output(output) {}
 
-    void play(const Frame& frame, const _ifs_rec_file_& recording)
+    /** @return false: whoever reads the frames has enough of them */
+    bool play(const Frame& frame, const _ifs_rec_file_& recording)
     {
-        if (m_audio)
-            write_adts_header(frame, recording);
-        write(frame.data, frame.size);
+        if ((m_audio && !write_adts_header(frame, recording)) || !write(frame.data, frame.size))
+            return false;
         if (m_played.frames++ == 0)
             m_played.first_ms = frame.time_ms;
         m_played.last_ms = frame.time_ms;
+        return true;
     }
 
     const Played& played() const { return m_played; }
 
 private:
-    void write_adts_header(const Frame& frame, const _ifs_rec_file_& recording)
+    bool write_adts_header(const Frame& frame, const _ifs_rec_file_& recording)
     {
         if (has_adts_header(frame.data, frame.size))
-            return;
+            return true;
         auto header =
             adts_header({recording.audio_sample_rate_index, recording.audio_channel_conf}, frame.size);
-        write(header.data(), header.size());
+        return write(header.data(), header.size());
     }
 
-    void write(const void* data, size_t size)
+    bool write(const void* data, size_t size)
     {
-        m_output.write(data, size);
         m_played.bytes += size;
+        return m_output.write(data, size);
     }
 
     bool m_audio;
@@ -126,8 +127,8 @@ ExitCode play(const Context& context, const PlayOptions& options)
         // A picture needs the key frame before it, sound does not.
         bool wanted = options.audio ? frame.type == IFS_FRAME_AUDIO && frame.time_ms >= at_ms
                                     : frame.type != IFS_FRAME_AUDIO;
-        if (wanted)
-            player.play(frame, footage.recording());
+        if (wanted && !player.play(frame, footage.recording()))
+            return ExitCode::ok;
         progress.update(frame.time_ms - at_ms);
     }
     if (interrupted())

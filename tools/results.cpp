@@ -26,7 +26,7 @@ Results::~Results()
 
 void Results::write(const std::string& text)
 {
-    write_all(m_fd, text.data(), text.size(), "standard output");
+    static_cast<void>(write_all(m_fd, text.data(), text.size(), "standard output"));
 }
 
 void Results::write(const nlohmann::json& document)
@@ -35,7 +35,7 @@ void Results::write(const nlohmann::json& document)
     write(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
 }
 
-void write_all(int fd, const void* data, size_t size, const std::string& name)
+bool write_all(int fd, const void* data, size_t size, const std::string& name)
 {
     const char* next = static_cast<const char*>(data);
     while (size > 0) {
@@ -44,9 +44,12 @@ void write_all(int fd, const void* data, size_t size, const std::string& name)
             throw Failure(ExitCode::interrupted, "stopped");
         if (written < 0 && errno == EINTR)
             continue;
+        if (written < 0 && errno == EPIPE)
+            return false;
         if (written < 0)
             throw Failure(ExitCode::failed, "cannot write to " + name + ": " + strerror(errno));
         next += written;
         size -= static_cast<size_t>(written);
     }
+    return true;
 }

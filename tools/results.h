@@ -18,7 +18,10 @@ public:
     Results(const Results&) = delete;
     Results& operator=(const Results&) = delete;
 
-    /** Write text as it is. Throws Failure (failed) when it cannot be written. */
+    /**
+     * Write text as it is. What a pipe's reader no longer wants is dropped. Throws Failure (failed) when it
+     * cannot be written.
+     */
     void write(const std::string& text);
     void write(const nlohmann::json& document);
 
@@ -29,8 +32,12 @@ private:
     int m_fd;
 };
 
-/** Write all bytes to a descriptor. Throws Failure: failed, interrupted. @param name  what the message calls
- * it */
-void write_all(int fd, const void* data, size_t size, const std::string& name);
+/**
+ * Write all bytes to a descriptor. Throws Failure: failed, interrupted.
+ *
+ * @param name  what the message calls it
+ * @return false: it is a pipe, and its reader has gone, as head does when it has enough
+ */
+[[nodiscard]] bool write_all(int fd, const void* data, size_t size, const std::string& name);
 
 #endif
