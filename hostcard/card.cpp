@@ -172,25 +172,25 @@ Card::Card(const std::string& folder, int image, Geometry geometry)
 Place Card::locate(const char* path) const
 {
     if (!path)
-        return Place::Elsewhere;
+        return Place::elsewhere;
     if (const std::optional<std::string> device = below(device_folder, path)) {
         if (device->empty())
-            return Place::DeviceFolder;
+            return Place::device_folder;
         if (*device == "sda1" && !m_partition.empty())
-            return Place::Partition;
-        return *device == "sda" ? Place::Disk : Place::NoDevice;
+            return Place::partition;
+        return *device == "sda" ? Place::disk : Place::no_device;
     }
     std::optional<std::string> file = below(m_mount_point, path);
     if (!file)
         file = below(m_mounted_as, path);
     if (!file)
-        return Place::Elsewhere;
-    return file->empty() ? Place::MountPoint : Place::File;
+        return Place::elsewhere;
+    return file->empty() ? Place::mount_point : Place::file;
 }
 
 bool Card::is_mount_point(const char* directory) const
 {
-    return locate(directory) == Place::MountPoint || (directory && real_path(directory) == m_mount_point);
+    return locate(directory) == Place::mount_point || (directory && real_path(directory) == m_mount_point);
 }
 
 std::string Card::device_names() const
@@ -200,7 +200,7 @@ std::string Card::device_names() const
 
 Window Card::window(Place device) const
 {
-    return device == Place::Partition ? m_partition : Window{0, file_bytes(m_image.get())};
+    return device == Place::partition ? m_partition : Window{0, file_bytes(m_image.get())};
 }
 
 unsigned Card::cylinders() const

@@ -22,13 +22,13 @@ inline int refuse(int error)
 
 /** What a path names. */
 enum class Place {
-    Elsewhere, /**< nothing of the card */
-    DeviceFolder,
-    Disk,
-    Partition, /**< present only while the table last read describes it */
-    NoDevice,  /**< any other name below the device folder */
-    MountPoint,
-    File /**< anything below the mount point */
+    elsewhere, /**< nothing of the card */
+    device_folder,
+    disk,
+    partition, /**< present only while the table last read describes it */
+    no_device, /**< any other name below the device folder */
+    mount_point,
+    file /**< anything below the mount point */
 };
 
 /** Part of the image, bytes. */

@@ -34,7 +34,7 @@ namespace hostcard
 
 Kind kind_of(int fd)
 {
-    return has_room(fd) ? kinds[fd].load(std::memory_order_acquire) : Kind::None;
+    return has_room(fd) ? kinds[fd].load(std::memory_order_acquire) : Kind::none;
 }
 
 bool track(int fd, Kind kind)
@@ -46,7 +46,7 @@ bool track(int fd, Kind kind)
 
 Kind untrack(int fd)
 {
-    return has_room(fd) ? kinds[fd].exchange(Kind::None) : Kind::None;
+    return has_room(fd) ? kinds[fd].exchange(Kind::none) : Kind::none;
 }
 
 bool any_open(Kind kind)
@@ -60,8 +60,8 @@ bool any_open(Kind kind)
 void orphan_descriptors()
 {
     for (std::atomic<Kind>& entry : kinds)
-        if (entry != Kind::None)
-            entry = Kind::Gone;
+        if (entry != Kind::none)
+            entry = Kind::gone;
 }
 
 DIR* open_listing(const std::string& names)

@@ -10,11 +10,11 @@ namespace hostcard
 
 /** What a descriptor is open on. */
 enum class Kind : unsigned char {
-    None, /**< nothing of the card */
-    Disk,
-    Partition,
-    File, /**< a file or folder of the file system */
-    Gone  /**< anything of a card that was ejected */
+    none, /**< nothing of the card */
+    disk,
+    partition,
+    file, /**< a file or folder of the file system */
+    gone  /**< anything of a card that was ejected */
 };
 
 Kind kind_of(int fd);

@@ -50,9 +50,9 @@ void advance(int fd, const Extent& extent, ssize_t done, const off_t* at)
 
 int reread_table(Card& card, Place device)
 {
-    if (device == Place::Partition)
+    if (device == Place::partition)
         return refuse(EINVAL);
-    if (card.volume() || any_open(Kind::Partition))
+    if (card.volume() || any_open(Kind::partition))
         return refuse(EBUSY);
     card.read_table();
     return 0;
@@ -81,8 +81,8 @@ int answer(hostcard_call call, const Value& value, void* result)
 
 int open_device(const Card& card, Place place, int flags)
 {
-    if (place != Place::Disk && place != Place::Partition)
-        return refuse(place == Place::DeviceFolder ? EISDIR : ENOENT);
+    if (place != Place::disk && place != Place::partition)
+        return refuse(place == Place::device_folder ? EISDIR : ENOENT);
     const int kept = flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND);
     const int fd = open64(card.image_path().c_str(), kept);
     if (fd >= 0)
@@ -150,9 +150,9 @@ int request_device(Card& card, Place device, unsigned long request, void* result
 
 void describe_device(Place place, struct stat* status)
 {
-    const bool folder = place == Place::DeviceFolder;
+    const bool folder = place == Place::device_folder;
     status->st_mode = folder ? S_IFDIR | 0755 : S_IFBLK | 0660;
-    status->st_rdev = folder ? 0 : makedev(8, place == Place::Partition ? 1 : 0);
+    status->st_rdev = folder ? 0 : makedev(8, place == Place::partition ? 1 : 0);
     status->st_size = 0;
 }
 

@@ -59,15 +59,15 @@ Card* card;
 /** A call on a path: holds the card while the path is one of the card's. */
 struct PathCall {
     explicit PathCall(const char* path)
-        : lock(card_mutex), place(card ? card->locate(path) : Place::Elsewhere)
+        : lock(card_mutex), place(card ? card->locate(path) : Place::elsewhere)
     {
-        if (place == Place::Elsewhere)
+        if (place == Place::elsewhere)
             lock.unlock();
     }
 
-    bool elsewhere() const { return place == Place::Elsewhere; }
-    bool in_file_system() const { return place == Place::MountPoint || place == Place::File; }
-    bool missing() const { return place == Place::NoDevice || (place == Place::File && !card->volume()); }
+    bool elsewhere() const { return place == Place::elsewhere; }
+    bool in_file_system() const { return place == Place::mount_point || place == Place::file; }
+    bool missing() const { return place == Place::no_device || (place == Place::file && !card->volume()); }
 
     std::unique_lock<std::mutex> lock;
     const Place place;
@@ -75,12 +75,12 @@ struct PathCall {
 
 Place place_of(Kind kind)
 {
-    return kind == Kind::Partition ? Place::Partition : Place::Disk;
+    return kind == Kind::partition ? Place::partition : Place::disk;
 }
 
 bool is_device(Kind kind)
 {
-    return kind == Kind::Disk || kind == Kind::Partition;
+    return kind == Kind::disk || kind == Kind::partition;
 }
 
 std::uint64_t size_of(const char* path)
@@ -144,8 +144,8 @@ int open_file(const char* path, int flags, mode_t mode)
 
 int open_on_card(Place place, const char* path, int flags, mode_t mode)
 {
-    const bool file = place == Place::File || place == Place::MountPoint;
-    const Kind kind = file ? Kind::File : place == Place::Partition ? Kind::Partition : Kind::Disk;
+    const bool file = place == Place::file || place == Place::mount_point;
+    const Kind kind = file ? Kind::file : place == Place::partition ? Kind::partition : Kind::disk;
     const int fd = file ? open_file(path, flags, mode) : open_device(*card, place, flags);
     if (fd < 0 || track(fd, kind))
         return fd;
@@ -155,17 +155,17 @@ int open_on_card(Place place, const char* path, int flags, mode_t mode)
 
 DIR* open_directory_on_card(Place place, const char* path)
 {
-    if (place == Place::DeviceFolder)
+    if (place == Place::device_folder)
         return open_listing(scripted_listing(card->device_names()));
-    if (place == Place::MountPoint && !card->volume())
+    if (place == Place::mount_point && !card->volume())
         return open_listing("");
-    if (place == Place::Disk || place == Place::Partition) {
+    if (place == Place::disk || place == Place::partition) {
         errno = ENOTDIR;
         return nullptr;
     }
     DIR* const directory = next_opendir(path);
     if (directory)
-        track(dirfd(directory), Kind::File);
+        track(dirfd(directory), Kind::file);
     return directory;
 }
 
@@ -206,11 +206,11 @@ int truncate_file(int fd, off_t length)
 
 ssize_t read_card(Kind kind, int fd, void* buffer, size_t count, const off_t* at)
 {
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
     if (fails(HOSTCARD_READ, count))
         return -1;
-    if (kind == Kind::File)
+    if (kind == Kind::file)
         return at ? next_pread(fd, buffer, count, *at) : next_read(fd, buffer, count);
     std::lock_guard<std::mutex> lock(card_mutex);
     return card ? read_device(*card, place_of(kind), fd, buffer, count, at) : refuse(EIO);
@@ -218,24 +218,24 @@ ssize_t read_card(Kind kind, int fd, void* buffer, size_t count, const off_t* at
 
 ssize_t write_card(Kind kind, int fd, const void* buffer, size_t count, const off_t* at)
 {
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
     if (fails(HOSTCARD_WRITE, count))
         return -1;
     std::lock_guard<std::mutex> lock(card_mutex);
-    if (!card || (kind == Kind::File && !card->volume()))
+    if (!card || (kind == Kind::file && !card->volume()))
         return refuse(EIO);
-    return kind == Kind::File ? write_file(fd, buffer, count, at)
+    return kind == Kind::file ? write_file(fd, buffer, count, at)
                               : write_device(*card, place_of(kind), fd, buffer, count, at);
 }
 
 off64_t seek_card(Kind kind, int fd, off64_t offset, int whence)
 {
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
     if (fails(HOSTCARD_SEEK))
         return -1;
-    if (kind == Kind::File)
+    if (kind == Kind::file)
         return next_lseek64(fd, offset, whence);
     std::lock_guard<std::mutex> lock(card_mutex);
     return card ? seek_device(*card, place_of(kind), fd, offset, whence) : refuse(EIO);
@@ -243,7 +243,7 @@ off64_t seek_card(Kind kind, int fd, off64_t offset, int whence)
 
 int sync_card(Kind kind, int fd, NextCall<int(int)>& next)
 {
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
     return fails(HOSTCARD_SYNC) ? -1 : next(fd);
 }
@@ -307,7 +307,7 @@ int open(const char* path, int flags, ...)
     if (!call.elsewhere())
         return fails(HOSTCARD_OPEN) ? -1 : open_on_card(call.place, path, flags, mode);
     const int fd = next_open(path, flags, mode);
-    if (kind_of(fd) != Kind::None) // a number of the card's that was closed by other means
+    if (kind_of(fd) != Kind::none) // a number of the card's that was closed by other means
         untrack(fd);
     return fd;
 }
@@ -315,7 +315,7 @@ int open(const char* path, int flags, ...)
 int close(int fd)
 {
     const Kind kind = untrack(fd);
-    if (kind == Kind::None || kind == Kind::Gone)
+    if (kind == Kind::none || kind == Kind::gone)
         return next_close(fd);
     const bool failed = fails(HOSTCARD_CLOSE);
     const int error = errno;
@@ -326,33 +326,33 @@ int close(int fd)
 ssize_t read(int fd, void* buffer, size_t count)
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_read(fd, buffer, count) : read_card(kind, fd, buffer, count, nullptr);
+    return kind == Kind::none ? next_read(fd, buffer, count) : read_card(kind, fd, buffer, count, nullptr);
 }
 
 ssize_t pread(int fd, void* buffer, size_t count, off_t offset)
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_pread(fd, buffer, count, offset)
+    return kind == Kind::none ? next_pread(fd, buffer, count, offset)
                               : read_card(kind, fd, buffer, count, &offset);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count)
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_write(fd, buffer, count) : write_card(kind, fd, buffer, count, nullptr);
+    return kind == Kind::none ? next_write(fd, buffer, count) : write_card(kind, fd, buffer, count, nullptr);
 }
 
 ssize_t pwrite(int fd, const void* buffer, size_t count, off_t offset)
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_pwrite(fd, buffer, count, offset)
+    return kind == Kind::none ? next_pwrite(fd, buffer, count, offset)
                               : write_card(kind, fd, buffer, count, &offset);
 }
 
 off_t lseek(int fd, off_t offset, int whence) noexcept
 {
     const Kind kind = kind_of(fd);
-    if (kind == Kind::None)
+    if (kind == Kind::none)
         return next_lseek(fd, offset, whence);
     const off64_t reached = seek_card(kind, fd, offset, whence);
     return static_cast<off_t>(reached) == reached ? static_cast<off_t>(reached) : refuse(EOVERFLOW);
@@ -361,42 +361,42 @@ off_t lseek(int fd, off_t offset, int whence) noexcept
 off64_t lseek64(int fd, off64_t offset, int whence) noexcept
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_lseek64(fd, offset, whence) : seek_card(kind, fd, offset, whence);
+    return kind == Kind::none ? next_lseek64(fd, offset, whence) : seek_card(kind, fd, offset, whence);
 }
 
 int fsync(int fd)
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_fsync(fd) : sync_card(kind, fd, next_fsync);
+    return kind == Kind::none ? next_fsync(fd) : sync_card(kind, fd, next_fsync);
 }
 
 int fdatasync(int fd)
 {
     const Kind kind = kind_of(fd);
-    return kind == Kind::None ? next_fdatasync(fd) : sync_card(kind, fd, next_fdatasync);
+    return kind == Kind::none ? next_fdatasync(fd) : sync_card(kind, fd, next_fdatasync);
 }
 
 int ftruncate(int fd, off_t length) noexcept
 {
     const Kind kind = kind_of(fd);
-    if (kind == Kind::None)
+    if (kind == Kind::none)
         return next_ftruncate(fd, length);
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
     if (fails(HOSTCARD_TRUNCATE))
         return -1;
     std::lock_guard<std::mutex> lock(card_mutex);
-    if (!card || (kind == Kind::File && !card->volume()))
+    if (!card || (kind == Kind::file && !card->volume()))
         return refuse(EIO);
-    return kind == Kind::File ? truncate_file(fd, length) : refuse(EINVAL);
+    return kind == Kind::file ? truncate_file(fd, length) : refuse(EINVAL);
 }
 
 int fstat(int fd, struct stat* status) noexcept
 {
     const Kind kind = kind_of(fd);
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
-    if (kind != Kind::None && fails(HOSTCARD_STAT))
+    if (kind != Kind::none && fails(HOSTCARD_STAT))
         return -1;
     struct stat64 file = {};
     if (next_fstat64(fd, &file) != 0 || describe(file, status) != 0)
@@ -430,7 +430,7 @@ int remove(const char* path) noexcept
         return -1;
     if (call.missing())
         return refuse(ENOENT);
-    if (call.place != Place::File)
+    if (call.place != Place::file)
         return refuse(EBUSY);
     const std::uint64_t size = size_of(path);
     const int result = next_remove(path);
@@ -474,7 +474,7 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
     const Kind kind = kind_of(fd);
-    if (kind == Kind::Gone)
+    if (kind == Kind::gone)
         return refuse(EIO);
     if (!is_device(kind))
         return next_ioctl(fd, request, argument);
@@ -492,7 +492,7 @@ int mount(const char* device, const char* directory, const char* type, unsigned 
         return -1;
     if (call.missing())
         return refuse(ENOENT);
-    if (call.place != Place::Disk && call.place != Place::Partition)
+    if (call.place != Place::disk && call.place != Place::partition)
         return refuse(ENOTBLK);
     return card->mount(call.place, directory, type);
 }
@@ -508,7 +508,7 @@ int umount(const char* directory) noexcept
         return -1;
     if (!card->volume())
         return refuse(EINVAL);
-    if (any_open(Kind::File))
+    if (any_open(Kind::file))
         return refuse(EBUSY);
     card->umount();
     return 0;
