@@ -3,7 +3,6 @@
 
 #include "device/card_scan.h"
 #include "ifs_legacy.h"
-#include "legacy/placeholder.h"
 
 int fs_probe(char* device, int* count)
 {
@@ -25,5 +24,3 @@ int fs_earliest(void)
 {
     return 0;
 }
-
-IFS_LEGACY_FS_PLACEHOLDERS(DEFINE_PLACEHOLDER)

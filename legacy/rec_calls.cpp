@@ -2,7 +2,6 @@
 #include <memory>
 
 #include "ifs_legacy.h"
-#include "legacy/placeholder.h"
 
 namespace
 {
@@ -96,5 +95,3 @@ int rec_stat(int handle, record_info_t* info)
     rec_transfer(&entry, info);
     return 0;
 }
-
-IFS_LEGACY_REC_PLACEHOLDERS(DEFINE_PLACEHOLDER)
