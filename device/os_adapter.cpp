@@ -114,12 +114,13 @@ int Ifsod_remove_file(const char* path)
     // once more would take them from that recording. An open file keeps its clusters until its name is gone
     // for good.
     const Owned_fd kept(open(path, O_RDONLY | O_CLOEXEC));
+    std::string dir(path);
+    dir = dir.substr(0, dir.rfind('/'));
     if (remove(path) != 0) {
         IFS_ERROR("remove (%s) Failed(%s)\n", path, strerror(errno));
         return -1;
     }
-    const std::string file(path);
-    Ifsod_sync_dir(file.substr(0, file.rfind('/')).c_str());
+    Ifsod_sync_dir(dir.c_str());
     return 0;
 }
 

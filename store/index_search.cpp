@@ -5,7 +5,9 @@
 void Index_search::Begin(Rec_file_list& list)
 {
     m_starts.clear();
-    m_starts.reserve(list.size());
+    m_found.clear();
+    m_starts.reserve(list.size()); // both stay empty should memory run out
+    m_found.reserve(list.size());
     for (const _ifs_rec_file_& rec : list) {
         m_starts.push_back(Ifsm_tm_key(&rec.start_tm));
     }

@@ -126,24 +126,26 @@ private:
     std::string Mount_point() const;
     /** @return whether the store is mounted, at a path that fits in */
     bool Copy_mount_point(char* path, size_t size) const;
-    void Set_mount_point(const std::string& dir);
+    void Set_mount_point(std::string dir);
     void Empty_catalogue();
     void Forget_everything();
     void Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_file_& rec);
-    void Add_sorted(_ifs_stream_type_ stream, const _ifs_rec_file_& rec);
+    void Add_sorted(_ifs_stream_type_ stream, Rec_file_list& entry);
     void Put_in_front_of_catalogue(_ifs_stream_type_ stream, Rec_file_list& recordings);
     void Remove_from_catalogue(_ifs_stream_type_ stream, Rec_file_list::iterator position);
     void Sort_catalogue(_ifs_stream_type_ stream);
-    void Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file);
+    void Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile>& file);
     std::unique_ptr<CIpcRecFile> Remove_file(File_table& table, int fd);
     CIpcRecFile* Find_file(const File_table& table, int fd) const;
     std::vector<CIpcRecFile*> Recordings() const;
     bool Find_catalogued(const tm* start, _ifs_stream_type_ stream, _ifs_rec_file_* out) const;
 
+    void Ifs_close(CIpcRecFile& file, int fd, tm* end);
     void Close_file(File_table& table, int fd);
     bool Is_mounted() const { return !m_mount_point.empty(); }
     bool Is_being_recorded(const char* name) const;
-    void Move_found_to_catalogue(_ifs_stream_type_ stream);
+    void Take_index(_ifs_stream_type_ stream);
+    void Move_found_to_catalogue(_ifs_stream_type_ stream, Rec_file_list& list);
     Rec_file_list::iterator Overlap_candidate(_ifs_stream_type_ stream, Rec_file_list& list);
     template <typename Take_catalogued, typename Take_running>
     void For_each_match(_searcher_info_* search, Take_catalogued take_catalogued, Take_running take_running);
@@ -163,6 +165,7 @@ private:
     std::map<int, _searcher_info_*> m_searcher_table;       ///< owned
     std::string m_scanned_name;                             ///< that a rebuild is looking at
     std::array<Index_search, IFS_STREAMS> m_index_searches; ///< by stream, empty but during a rebuild
+    bool m_knows_whole_card = false; ///< memory sufficed for all that the last rebuild found
     mutable std::mutex m_table_guard;
 };
 

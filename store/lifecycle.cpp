@@ -31,11 +31,12 @@ CIpcFileSystem::~CIpcFileSystem()
 int CIpcFileSystem::Ifs_mount(const char* dev, const char* dir)
 {
     const std::string partition = std::string(dev) + "1";
+    std::string mount_point(dir); // the memory for it is there before the card is mounted
     if (Ifsod_mount(partition.c_str(), dir, "vfat", k_mount_flags, "errors=continue") != 0) {
         IFS_ERROR("Ifsod_mount Failed\n");
         return -1;
     }
-    Set_mount_point(dir);
+    Set_mount_point(std::move(mount_point));
     return 0;
 }
 

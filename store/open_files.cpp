@@ -21,10 +21,10 @@ bool CIpcFileSystem::Copy_mount_point(char* path, size_t size) const
     return fits;
 }
 
-void CIpcFileSystem::Set_mount_point(const std::string& dir)
+void CIpcFileSystem::Set_mount_point(std::string dir)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
-    m_mount_point = dir;
+    m_mount_point.swap(dir);
 }
 
 void CIpcFileSystem::Empty_catalogue()
@@ -53,14 +53,14 @@ void CIpcFileSystem::Add_to_catalogue(_ifs_stream_type_ stream, const _ifs_rec_f
     m_rec_file_list_table[stream].push_back(rec);
 }
 
-void CIpcFileSystem::Add_sorted(_ifs_stream_type_ stream, const _ifs_rec_file_& rec)
+void CIpcFileSystem::Add_sorted(_ifs_stream_type_ stream, Rec_file_list& entry)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
     Rec_file_list& list = m_rec_file_list_table[stream];
     Catalogue_index& index = m_catalogue_indexes[stream];
     const bool stays_sorted =
-        index.Ascends() && (list.empty() || Ifsm_tm_cmp(&list.back().start_tm, &rec.start_tm) < 0);
-    list.push_back(rec);
+        index.Ascends() && (list.empty() || Ifsm_tm_cmp(&list.back().start_tm, &entry.front().start_tm) < 0);
+    list.splice(list.end(), entry);
     if (stays_sorted) {
         index.Extend(list);
     } else {
@@ -89,7 +89,7 @@ void CIpcFileSystem::Sort_catalogue(_ifs_stream_type_ stream)
     m_catalogue_indexes[stream].Sort(m_rec_file_list_table[stream]);
 }
 
-void CIpcFileSystem::Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile> file)
+void CIpcFileSystem::Enter_file(File_table& table, int fd, std::unique_ptr<CIpcRecFile>& file)
 {
     const std::lock_guard<std::mutex> held(m_table_guard);
     CIpcRecFile*& place = table[fd];

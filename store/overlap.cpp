@@ -51,6 +51,7 @@ int CIpcFileSystem::Ifs_overlap()
         }
     }
     auto [stream, position] = *chosen;
+    int& removed = m_overlap_count_table[stream];
     _rec_file_info_ info{};
     info.info_mask = REC_INFO_NAME;
     Ifs_rec_file_info_copy(position, &info.rec, true);
@@ -62,8 +63,6 @@ int CIpcFileSystem::Ifs_overlap()
         IFS_ERROR("SIrf_build_media_fn Failed\n");
     }
     Remove_from_catalogue(stream, position);
-
-    int& removed = m_overlap_count_table[stream];
     ++removed;
     if (removed >= IFS_OVERLAP_REWRITE_COUNT) {
         removed = 0;

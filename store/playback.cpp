@@ -132,7 +132,7 @@ int CIpcFileSystem::Ifs_open(Open_file open_file)
         IFS_ERROR("Irf_open Failed\n");
         return -1;
     }
-    Enter_file(m_playing_file_table, handle.Get(), std::move(file));
+    Enter_file(m_playing_file_table, handle.Get(), file);
     return handle.Keep();
 }
 

@@ -16,6 +16,18 @@ bool Is_older_naming(const char* name)
     return strstr(name, ".data") != nullptr && strncmp(name, "CH", 2) == 0;
 }
 
+/** Run a step. @return whether memory sufficed for it */
+template <typename Step>
+bool Has_memory_for(Step step)
+{
+    try {
+        step();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 } // namespace
 
 int CIpcFileSystem::Ifs_build_rec_file_list()
@@ -25,24 +37,23 @@ int CIpcFileSystem::Ifs_build_rec_file_list()
         return -1;
     }
     Empty_catalogue();
+    m_knows_whole_card = true;
     for (const _ifs_stream_type_ stream : k_streams) {
-        m_unindexed_count_table[stream] = 0;
-        Ifs_load_index_file(stream, m_index_list_table[stream]);
-        m_index_searches[stream].Begin(m_index_list_table[stream]);
+        m_knows_whole_card &= Has_memory_for([&] { Take_index(stream); });
     }
-    Ifsdc_scan_directory(m_mount_point.c_str(),
-                         boost::bind(&CIpcFileSystem::Scan_record_file, this, boost::placeholders::_1,
-                                     boost::placeholders::_2, boost::placeholders::_3),
-                         nullptr);
-    for (const _ifs_stream_type_ stream : k_streams) {
-        Move_found_to_catalogue(stream);
+    const auto scan = boost::bind(&CIpcFileSystem::Scan_record_file, this, boost::placeholders::_1,
+                                  boost::placeholders::_2, boost::placeholders::_3);
+    // A reference to the callback takes no memory.
+    Ifsdc_scan_directory(m_mount_point.c_str(), boost::cref(scan), nullptr);
+    for (auto& [stream, list] : m_index_list_table) {
+        Move_found_to_catalogue(stream, list);
     }
     for (auto& [stream, list] : m_rec_file_list_table) {
-        Sort_catalogue(stream);
+        Has_memory_for([&, stream = stream] { Sort_catalogue(stream); }); // only the marks take any
     }
     for (auto& [stream, left_over] : m_index_list_table) {
         const int unindexed = m_unindexed_count_table[stream];
-        if (unindexed == 0 && left_over.empty()) {
+        if (!m_knows_whole_card || (unindexed == 0 && left_over.empty())) {
             continue;
         }
         IFS_TRACE("Rewrite index file(%d, %d, %d)\n", static_cast<int>(stream), unindexed,
@@ -60,7 +71,7 @@ int CIpcFileSystem::Ifs_build_rec_file_list()
 }
 
 _scan_dir_operation_ CIpcFileSystem::Scan_record_file(const char*, const char* name, void*)
-{
+try {
     _rec_file_info_ named{};
     named.info_mask = REC_INFO_NAME;
     m_scanned_name = name; // in the memory of the last one
@@ -102,6 +113,23 @@ _scan_dir_operation_ CIpcFileSystem::Scan_record_file(const char*, const char* n
     ++m_unindexed_count_table[stream];
     Add_to_catalogue(stream, probed.rec);
     return SCAN_DIR_CONTINUE;
+} catch (const std::bad_alloc&) {
+    IFS_ERROR("No memory for record file(%s)\n", name);
+    m_knows_whole_card = false;
+    return SCAN_DIR_CONTINUE;
+}
+
+/** Load a stream's index and prepare the search for what the scan will find in it. Without the memory for
+ * that the stream has no index, and its files are probed. */
+void CIpcFileSystem::Take_index(_ifs_stream_type_ stream)
+{
+    m_rec_file_list_table[stream]; // what is found moves there without memory
+    m_unindexed_count_table[stream] = 0;
+    Rec_file_list& list = m_index_list_table[stream];
+    Rec_file_list loaded;
+    Ifs_load_index_file(stream, loaded);
+    m_index_searches[stream].Begin(loaded);
+    list.swap(loaded);
 }
 
 bool CIpcFileSystem::Is_being_recorded(const char* name) const
@@ -121,9 +149,9 @@ bool CIpcFileSystem::Is_being_recorded(const char* name) const
  * it probed: of those that start in the same second, the index entries were found first, in the order of the
  * index.
  */
-void CIpcFileSystem::Move_found_to_catalogue(_ifs_stream_type_ stream)
+void CIpcFileSystem::Move_found_to_catalogue(_ifs_stream_type_ stream, Rec_file_list& list)
 {
-    Rec_file_list found = m_index_searches[stream].Take_found(m_index_list_table[stream]);
+    Rec_file_list found = m_index_searches[stream].Take_found(list);
     for (_ifs_rec_file_& rec : found) {
         rec.stream_type = stream; // whatever a damaged item says
     }

@@ -58,7 +58,15 @@ int CIpcFileSystem::Ifs_create(tm* start, int video_system, int video_res, int w
         IFS_ERROR("Irf_create Failed\n");
         return -1;
     }
-    Enter_file(m_recording_file_table, handle.Get(), std::move(file));
+    try {
+        Enter_file(m_recording_file_table, handle.Get(), file);
+    } catch (const std::bad_alloc&) { // the file must not refuse its name to the next try
+        std::string name;
+        file->Irf_get_media_fn(name);
+        file->Irf_close();
+        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name.c_str());
+        return -1;
+    }
     return handle.Keep();
 }
 
@@ -99,13 +107,26 @@ int CIpcFileSystem::Ifs_close(int fd, tm* end)
         IFS_ERROR("Invalid fd:%d\n", fd);
         return 0;
     }
+    try {
+        Ifs_close(*file, fd, end);
+    } catch (const std::bad_alloc&) { // the next mount finds what the catalogue or the index now lacks
+        if (Find_file(m_recording_file_table, fd) != nullptr) {
+            Close_file(m_recording_file_table, fd);
+        }
+    }
+    return 0;
+}
+
+/** Close a recording, and enter it or delete it. */
+void CIpcFileSystem::Ifs_close(CIpcRecFile& file, int fd, tm* end)
+{
     std::string name;
-    file->Irf_get_media_fn(name);
-    file->Irf_flush();
+    file.Irf_get_media_fn(name);
+    file.Irf_flush();
     _rec_file_info_ info{};
     info.info_mask = REC_INFO_ALL;
     bool stays = false;
-    if (file->Irf_get_rec_info(&info) != 0) {
+    if (file.Irf_get_rec_info(&info) != 0) {
         IFS_ERROR("Irf_get_rec_info Failed\n");
     } else if (info.rec.file_size == 0) {
         IFS_ERROR("file size is zero\n");
@@ -116,17 +137,17 @@ int CIpcFileSystem::Ifs_close(int fd, tm* end)
         Close_file(m_recording_file_table, fd);
         IFS_TRACE("remove file(%s, %s)\n", m_mount_point.c_str(), name.c_str());
         CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name.c_str());
-        return 0;
+        return;
     }
     if (end != nullptr) {
         info.rec.end_tm = *end;
     }
     IFS_ALWAYS("Close recording file(file name:%s)(end time:" IFS_TM_FORMAT ")(pEnd_tm:%p)\n", name.c_str(),
                IFS_TM_ARGS(info.rec.end_tm), static_cast<void*>(end));
+    Rec_file_list entry(1, info.rec); // what is in the index can be entered in the catalogue, too
     Ifs_append_index_file(info.rec.stream_type, &info.rec);
-    Add_sorted(info.rec.stream_type, info.rec);
+    Add_sorted(info.rec.stream_type, entry);
     Close_file(m_recording_file_table, fd);
-    return 0;
 }
 
 /** Close an open file and take it out of its table, its handle back and its object down. */

@@ -179,21 +179,27 @@ int CIpcFileSystem::Ifs_find_next(int handle, int count, _ifs_rec_file_* out)
         return 0;
     }
     int n = 0;
-    while (n < count && cur_pos != list.end()) {
-        Ifs_rec_file_info_copy(cur_pos, &out[n], true);
+    auto next = cur_pos; // should memory run out on the way, the search stays where it is
+    while (n < count && next != list.end()) {
+        Ifs_rec_file_info_copy(next, &out[n], true);
         if (out[n].file_size < 1) {
-            const int state = Ifs_get_recording_file_info(cur_pos, &out[n]);
+            const int state = Ifs_get_recording_file_info(next, &out[n]);
             if (state == IFS_FILE_GONE || state == IFS_FILE_UNREADABLE) {
-                cur_pos = list.erase(cur_pos);
+                const auto gone = next++;
+                if (gone == cur_pos) {
+                    cur_pos = next;
+                }
+                list.erase(gone);
                 continue;
             }
             if (state == IFS_FINISHED) {
-                Ifs_rec_file_info_copy(cur_pos, &out[n], false);
+                Ifs_rec_file_info_copy(next, &out[n], false);
             }
         }
-        ++cur_pos;
+        ++next;
         ++n;
     }
+    cur_pos = next;
     IFS_TRACE("Find Number:%d\n", n);
     for (int i = 0; i < n && Ifs_log_on(IFS_DEBUG_DETAIL); ++i) {
         Ifs_print("\tstart time:" IFS_TM_FORMAT ", end time:" IFS_TM_FORMAT ", size:%d\n",
