@@ -12,14 +12,25 @@ _rec_file_info_ Worked_example()
     info.rec.start_tm = Utc(2019, 10, 12, 17, 17, 23);
     info.rec.video_res = 6;
     info.rec.video_system = 1;
+    info.rec.stream_type = IFS_STREAM_SUB;
     return info;
+}
+
+/** The name that is built of a description, and what is printed. */
+std::string Built(const _rec_file_info_& info)
+{
+    std::string name;
+    const std::string printed = Messages([&] { CIpcRecFile::SIrf_build_media_fn(name, &info); });
+    return name + printed;
 }
 
 bool Parses(const std::string& name)
 {
     _rec_file_info_ info{};
     info.info_mask = REC_INFO_NAME;
-    return CIpcRecFile::SIrf_get_rec_info(name, &info) == 0;
+    const bool parses = CIpcRecFile::SIrf_get_rec_info(name, &info) == 0;
+    EXPECT_EQ(CIpcRecFile::SIrf_is_media_fn(name) == 0, parses) << name;
+    return parses;
 }
 
 } // namespace
@@ -27,22 +38,26 @@ bool Parses(const std::string& name)
 TEST(RecFileName, IsBuiltAndReadBack)
 {
     _rec_file_info_ info = Worked_example();
-    std::string name;
-    EXPECT_EQ(CIpcRecFile::SIrf_build_media_fn(name, &info), 0);
-    EXPECT_EQ(name, "Rec_20191012_171723_061_M.mp4");
-    info.rec.stream_type = IFS_STREAM_SUB;
-    CIpcRecFile::SIrf_build_media_fn(name, &info);
-    EXPECT_EQ(name, "Rec_20191012_171723_061_S.mp4");
-
+    const std::string name = "Rec_20191012_171723_061_S.mp4";
+    EXPECT_EQ(Built(info), name);
+    EXPECT_TRUE(Parses(name));
+    EXPECT_EQ(CIpcRecFile::SIrf_is_index_fn(name), -1);
     _rec_file_info_ parsed{};
     parsed.info_mask = REC_INFO_NAME;
-    EXPECT_EQ(CIpcRecFile::SIrf_get_rec_info(name, &parsed), 0);
-    EXPECT_EQ(Text(parsed.rec.start_tm), "2019-10-12 17:17:23");
-    EXPECT_EQ(parsed.rec.video_res, 6);
-    EXPECT_EQ(parsed.rec.video_system, 1);
-    EXPECT_EQ(parsed.rec.stream_type, IFS_STREAM_SUB);
-    EXPECT_EQ(CIpcRecFile::SIrf_is_media_fn(name), 0);
-    EXPECT_EQ(CIpcRecFile::SIrf_is_index_fn(name), -1);
+    CIpcRecFile::SIrf_get_rec_info(name, &parsed);
+    EXPECT_EQ(Built(parsed), name);
+
+    info.rec.stream_type = IFS_STREAM_MAIN;
+    info.rec.video_res = 100; // not read back
+    EXPECT_EQ(Built(info), "Rec_20191012_171723_1001_M.mp4");
+    info.rec.stream_type = static_cast<_ifs_stream_type_>(2);
+    EXPECT_EQ(Built(info), "Rec_20191012_171723_1001_.mp4Invalid stream type(2)\n");
+    info.info_mask = REC_INFO_NAME & ~REC_INFO_STREAM_TYPE;
+    EXPECT_EQ(Built(info), "Rec_20191012_171723_1001.mp4There is no stream type\n");
+    info.info_mask = REC_INFO_START_TIME | REC_INFO_VIDEO_RES;
+    EXPECT_EQ(Built(info), "Rec_20191012_171723.mp4There is no resolution or tv system\n");
+    info.info_mask = 0;
+    EXPECT_EQ(Built(info), "Rec.mp4There is no start time\n");
 }
 
 TEST(RecFileName, RefusesWhatIsNoRecordFile)
@@ -54,59 +69,16 @@ TEST(RecFileName, RefusesWhatIsNoRecordFile)
           "Rec_20191012_171723_0x1_M.mp4", "Rec_20191012_171723_061_X.mp4", "Rec_20191012_171723_1001_M.mp4",
           "rec_20191012_171723_061_M.mp4"}) {
         EXPECT_FALSE(Parses(name)) << name;
-        EXPECT_EQ(CIpcRecFile::SIrf_is_media_fn(name), -1) << name;
     }
-}
-
-TEST(RecFileName, LooksNeitherAtSeparatorsNorAtRanges)
-{
-    EXPECT_TRUE(Parses("RecX20191012-171723+061xM.mp4"));
+    EXPECT_TRUE(Parses("RecX20191012-171723+061xM.mp4")); // separators are not looked at, ranges neither
     _rec_file_info_ info{};
     info.info_mask = REC_INFO_NAME | REC_INFO_END_TIME;
-    EXPECT_EQ(CIpcRecFile::SIrf_get_rec_info("Rec_20191312_251723_061_M.mp4", &info), -1);
-    EXPECT_EQ(info.rec.start_tm.tm_mon, 12);
-    EXPECT_EQ(info.rec.start_tm.tm_hour, 25);
-    EXPECT_EQ(info.rec.video_res, 6);
-    EXPECT_EQ(info.info_mask, REC_INFO_NAME | REC_INFO_END_TIME);
-}
+    EXPECT_EQ(CIpcRecFile::SIrf_get_rec_info("Rec_20191312_251723_061_M.mp4", &info), -1)
+        << "names have no end";
+    EXPECT_EQ(Text(info.rec.start_tm), "2019-13-12 25:17:23");
 
-TEST(RecFileName, SaysWhichFieldIsMissing)
-{
-    const auto build = [](_rec_file_info_ info, std::string* name) {
-        return Messages([&] { EXPECT_EQ(CIpcRecFile::SIrf_build_base_fn(*name, &info), -1); });
-    };
-    std::string name;
-    _rec_file_info_ info = Worked_example();
-    info.info_mask = 0;
-    EXPECT_EQ(build(info, &name), "There is no start time\n");
-    EXPECT_EQ(name, "Rec");
-    info.info_mask = REC_INFO_START_TIME | REC_INFO_VIDEO_RES;
-    EXPECT_EQ(build(info, &name), "There is no resolution or tv system\n");
-    EXPECT_EQ(name, "Rec_20191012_171723");
-    info.info_mask = REC_INFO_NAME & ~REC_INFO_STREAM_TYPE;
-    EXPECT_EQ(build(info, &name), "There is no stream type\n");
-    info.info_mask = REC_INFO_NAME;
-    info.rec.stream_type = static_cast<_ifs_stream_type_>(2);
-    EXPECT_EQ(build(info, &name), "Invalid stream type(2)\n");
-    EXPECT_EQ(name, "Rec_20191012_171723_061_");
-}
-
-TEST(RecFileName, WidensWithCodesThatDoNotReadBack)
-{
-    _rec_file_info_ info = Worked_example();
-    info.rec.video_res = 100;
-    std::string name;
-    CIpcRecFile::SIrf_build_media_fn(name, &info);
-    EXPECT_EQ(name, "Rec_20191012_171723_1001_M.mp4");
-}
-
-TEST(RecFileName, KnowsNoNameWhileTheFileTypeIsForeign)
-{
-    Store_shared(gIfs_file_type, 1);
-    const _rec_file_info_ info = Worked_example();
-    std::string name;
-    CIpcRecFile::SIrf_build_media_fn(name, &info);
-    EXPECT_EQ(name, "Rec_20191012_171723_061_M");
+    Store_shared(gIfs_file_type, 1); // foreign
+    EXPECT_EQ(Built(Worked_example()), "Rec_20191012_171723_061_S");
     EXPECT_FALSE(Parses("Rec_20191012_171723_061_M.mp4"));
     Store_shared(gIfs_file_type, 0);
 }
