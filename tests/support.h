@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <initializer_list>
 #include <ostream>
 #include <string>
 
@@ -28,6 +29,16 @@ inline std::string Text(const tm& t)
     char text[64];
     snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,
              t.tm_hour, t.tm_min, t.tm_sec);
+    return text;
+}
+
+/** Numbers as text, blanks between, for comparisons with readable failures. */
+inline std::string Numbers(std::initializer_list<long long> numbers)
+{
+    std::string text;
+    for (const long long number : numbers) {
+        text += (text.empty() ? "" : " ") + std::to_string(number);
+    }
     return text;
 }
 

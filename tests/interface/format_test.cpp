@@ -47,53 +47,7 @@ TEST_F(Format, WritesThePartitionSector)
     )") + std::string(48, '\0') + Bytes("55 aa")));
 }
 
-TEST_F(Format, WritesTheBootRecordTwiceAndFsinfoOnce)
-{
-    const size_t partition = 63 * 512;
-    std::string boot = Image(partition, 512);
-    EXPECT_EQ(boot, Image(partition + 6 * 512, 512));
-    EXPECT_EQ(Image(partition + 7 * 512, 25 * 512), std::string(25 * 512, '\0'));
-    boot.replace(67, 4, "TIME");
-    EXPECT_EQ(Hex(boot.substr(0, 122)), Hex(Bytes(R"(
-        eb 58 90  4d 53 57 49 4e 34 2e 31          # jump, "MSWIN4.1"
-        00 02  80  20 00  02  00 00  00 00  f8     # sector, cluster, reserved, FATs, root entries, sectors, media
-        00 00  3f 00  ff 00  00 00 00 00           # FAT length, track, heads, hidden sectors
-        94 6a ee 00  ba 03 00 00  00 00  00 00     # 15,624,852 sectors in use, 954 a FAT, flags, version
-        02 00 00 00  01 00  06 00                  # root cluster, FSInfo, backup
-        00 00 00 00 00 00 00 00 00 00 00 00
-        80 00 29 54 49 4d 45                       # drive, signature, serial number
-        20 20 20 20 20 20 20 20 20 20 20           # blank label
-        46 41 54 33 32 20 20 20                    # "FAT32   "
-        0e 1f be 77 7c ac 22 c0 74 0b 56 b4 0e bb 07 00 cd 10 5e eb f0 32 e4 cd 16 cd 19 eb fe 54 68 69
-    )")));
-    EXPECT_EQ(Hex(boot.substr(509)), Hex(Bytes("00 55 aa")));
-    EXPECT_EQ(Hex(Image(partition + 512, 4)), Hex(std::string("RRaA")));
-    EXPECT_EQ(Hex(Image(partition + 512 + 484, 28)), Hex(Bytes(R"(
-        72 72 41 61  c5 dc 01 00  03 00 00 00   # "rrAa", 122,053 free clusters, next 3
-        00 00 00 00 00 00 00 00 00 00 00 00  00 00 55 aa
-    )")));
-    for (const size_t fat : {32, 32 + 954}) {
-        EXPECT_EQ(Hex(Image(partition + fat * 512, 16)),
-                  Hex(Bytes("f8 ff ff 0f ff ff ff ff ff ff ff 0f 00 00 00 00")));
-    }
-}
-
-TEST_F(Format, SatisfiesFsckAndMdir)
-{
-    Mount();
-    Record(At(10, 0));
-    ASSERT_EQ(Ifsi_umount(), 0);
-    ASSERT_EQ(Ifsi_format(), 0);
-    const std::string partition = Partition_file();
-    EXPECT_NE(Run("mdir -i " + partition + " ::").find("No files"), std::string::npos);
-    const std::string judged = Run("fsck.fat -n " + partition + " 2>&1 || true");
-    EXPECT_EQ(judged.substr(judged.find('\n') + 1), // behind the version
-              "Label '' stored in boot sector is not valid.\n  Auto-removing label from boot sector.\n\n"
-              "Leaving filesystem unchanged.\n" +
-                  partition + ": 0 files, 1/122054 clusters\n");
-}
-
-TEST_F(Format, EmptiesTheCard)
+TEST_F(Format, EmptiesTheCardAndSatisfiesFsckAndMdir)
 {
     Mount();
     const std::string name = Record(At(10, 0));
@@ -101,10 +55,16 @@ TEST_F(Format, EmptiesTheCard)
     EXPECT_TRUE(Exists(name));
     ASSERT_EQ(Ifsi_umount(), 0);
     EXPECT_EQ(Ifsi_format(), 0);
+    const std::string partition = Partition_file();
+    EXPECT_NE(Run("mdir -i " + partition + " ::").find("No files"), std::string::npos);
+    const std::string judged = Run("fsck.fat -n " + partition + " 2>&1 || true");
+    EXPECT_EQ(judged.substr(judged.find('\n') + 1), // behind the version
+              "Label '' stored in boot sector is not valid.\n  Auto-removing label from boot sector.\n\n"
+              "Leaving filesystem unchanged.\n" +
+                  partition + ": 0 files, 1/122054 clusters\n");
     Mount();
     EXPECT_EQ(Counts(), "0 0");
-    EXPECT_FALSE(Exists(name));
-    EXPECT_FALSE(Exists("system_index_main"));
+    EXPECT_FALSE(Exists(name) || Exists("system_index_main"));
 }
 
 TEST_F(Format, NamesTheStepThatFailed)

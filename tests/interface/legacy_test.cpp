@@ -25,50 +25,36 @@ TEST_F(LegacyTest, FetchesSearchResultsIntoBothArraysAndNoFurther)
     Record(At(10, 0), 10, IFS_STREAM_SUB);
     Record(At(11, 0), 10, IFS_STREAM_SUB);
     const int search = Open_search(5);
-    ASSERT_GT(search, 0);
     EXPECT_EQ(rec_find_getcounts(search), 2);
 
-    record records[3];
-    record_stat_t stats[3];
-    memset(records, 0x5A, sizeof records);
-    memset(stats, 0x5A, sizeof stats);
-    const std::string untouched(sizeof records + sizeof stats, 0x5A);
-    const auto bytes = [&](int from) {
-        return std::string(reinterpret_cast<char*>(records + from), sizeof(record) * (3 - from)) +
-               std::string(reinterpret_cast<char*>(stats + from), sizeof(record_stat_t) * (3 - from));
+    struct {
+        record records[3];
+        record_stat_t stats[3];
+    } out;
+    memset(&out, 0x5A, sizeof out);
+    const auto untouched = [](const void* at, size_t bytes) {
+        return std::string(static_cast<const char*>(at), bytes) == std::string(bytes, 0x5A);
     };
-    EXPECT_EQ(rec_find_next(search, records, stats, 0), -1);
-    EXPECT_EQ(rec_find_next(search, records, stats, -1), -1);
-    EXPECT_EQ(bytes(0), untouched);
-
-    EXPECT_EQ(rec_find_next(search, records, stats, 3), 2);
-    EXPECT_EQ(bytes(2), std::string(sizeof(record) + sizeof(record_stat_t), 0x5A));
-    EXPECT_EQ(Text(records[1].start_tm), "2019-10-12 11:00:00");
-    EXPECT_EQ(records[1].width, 320);
-    EXPECT_EQ(records[1].height, 240);
-    EXPECT_EQ(records[1].stream, 1);
-    EXPECT_EQ(Text(stats[0].start_tm), "2019-10-12 10:00:00");
-    EXPECT_EQ(Text(stats[0].end_tm), "2019-10-12 10:00:10");
-    EXPECT_EQ(stats[0].always_4, 4);
-    EXPECT_EQ(stats[0].file_kind, 1);
-    EXPECT_EQ(rec_find_next(search, records, stats, 1), 0);
-    EXPECT_EQ(rec_find_close(search), 0);
-}
-
-TEST_F(LegacyTest, AnArrayThatMemoryCannotHoldFetchesNothing)
-{
-    Record(At(10, 0));
-    const int search = Open_search(0);
-    record result;
-    record_stat_t stat;
+    EXPECT_EQ(rec_find_next(search, out.records, out.stats, 0), -1);
+    EXPECT_EQ(rec_find_next(search, out.records, out.stats, -1), -1);
     rlimit unlimited;
     ASSERT_EQ(getrlimit(RLIMIT_AS, &unlimited), 0);
     const rlimit gigabyte{1u << 30, unlimited.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_AS, &gigabyte), 0);
-    EXPECT_EQ(rec_find_next(search, &result, &stat, INT_MAX), -1);
+    EXPECT_EQ(rec_find_next(search, out.records, out.stats, INT_MAX), -1) << "more than memory can hold";
     ASSERT_EQ(setrlimit(RLIMIT_AS, &unlimited), 0);
-    EXPECT_EQ(rec_find_next(search, &result, &stat, 1), 1) << "the refused call must not have fetched it";
-    EXPECT_EQ(result.stream, 0);
+    EXPECT_TRUE(untouched(&out, sizeof out));
+
+    EXPECT_EQ(rec_find_next(search, out.records, out.stats, 3), 2)
+        << "a refused call must not have fetched any";
+    EXPECT_TRUE(untouched(out.records + 2, sizeof(record)) &&
+                untouched(out.stats + 2, sizeof(record_stat_t)));
+    EXPECT_EQ(Text(out.records[1].start_tm), "2019-10-12 11:00:00");
+    EXPECT_EQ(Numbers({out.records[1].width, out.records[1].height, out.records[1].stream}), "320 240 1");
+    EXPECT_EQ(Text(out.stats[0].start_tm) + Text(out.stats[0].end_tm),
+              "2019-10-12 10:00:002019-10-12 10:00:10");
+    EXPECT_EQ(Numbers({out.stats[0].always_4, out.stats[0].file_kind}), "4 1");
+    EXPECT_EQ(rec_find_next(search, out.records, out.stats, 1), 0);
     EXPECT_EQ(rec_find_close(search), 0);
 }
 
@@ -96,13 +82,9 @@ TEST_F(LegacyTest, PlaysBackByTime)
     memset(&info, 0x5A, sizeof info);
     ASSERT_EQ(rec_stat(fd, &info), 0);
     EXPECT_EQ(Text(info.start_tm), "2019-10-12 10:00:00");
-    EXPECT_EQ(info.always_2, 2);
     EXPECT_EQ(info.file_size, static_cast<int64_t>(File(name).size()));
-    EXPECT_EQ(info.width, 320);
-    EXPECT_EQ(info.height, 240);
-    EXPECT_EQ(info.frame_rate, 25u);
-    EXPECT_EQ(info.stream, 1);
-    EXPECT_EQ(info.file_kind, 1);
+    EXPECT_EQ(Numbers({info.always_2, info.width, info.height, info.frame_rate, info.stream, info.file_kind}),
+              "2 320 240 25 1 1");
     EXPECT_EQ(std::string(reinterpret_cast<char*>(info.reserved_3), sizeof info.reserved_3),
               std::string(sizeof info.reserved_3, '\0'));
     EXPECT_EQ(rec_close(fd, nullptr), 0);
@@ -124,8 +106,7 @@ TEST_F(LegacyTest, ItsCalendarCoversTheMainStream)
     tm to = At(23, 59, 59, 31);
     unsigned char days[31];
     ASSERT_EQ(rec_get_calendar(&from, &to, days), 0);
-    EXPECT_EQ(days[11], 1);
-    EXPECT_EQ(days[13], 0);
+    EXPECT_EQ(Numbers({days[11], days[13]}), "1 0");
 }
 
 TEST(RecTransfer, KeepsTheLowHalfOfASizeAndTheSignOfAFileSize)
@@ -142,21 +123,15 @@ TEST(RecTransfer, KeepsTheLowHalfOfASizeAndTheSignOfAFileSize)
     record_info_t info;
     gIfs_file_type = 1;
     rec_transfer(&entry, &info);
-    EXPECT_EQ(info.width, 0xA2B3);
-    EXPECT_EQ(info.height, 0xFFFF);
-    EXPECT_EQ(info.frame_rate, 255u);
-    EXPECT_EQ(info.file_size, -5);
-    EXPECT_EQ(info.stream, 1);
-    EXPECT_EQ(info.file_kind, 2);
-
+    EXPECT_EQ(
+        Numbers({info.width, info.height, info.frame_rate, info.file_size, info.stream, info.file_kind}),
+        "41651 65535 255 -5 1 2");
     record_stat_t stat;
     gIfs_file_type = 3;
     rec_transfer(&entry, &stat);
-    EXPECT_EQ(stat.file_size, -5);
-    EXPECT_EQ(stat.audio_profile, 6);
-    EXPECT_EQ(stat.audio_sample_rate_index, 7);
-    EXPECT_EQ(stat.audio_channel_conf, 8);
-    EXPECT_EQ(stat.file_kind, 0);
+    EXPECT_EQ(Numbers({stat.file_size, stat.audio_profile, stat.audio_sample_rate_index,
+                       stat.audio_channel_conf, stat.file_kind}),
+              "-5 6 7 8 0");
     gIfs_file_type = 0;
 }
 
@@ -166,14 +141,11 @@ TEST_F(LegacyTest, ProbesForTheCardMountedOrNot)
     int count = 77;
     hostcard_set_listing("sda1 mmcblk0");
     EXPECT_EQ(fs_probe(device, &count), -1);
-    EXPECT_STREQ(device, "untouched");
-    EXPECT_EQ(count, 77);
+    EXPECT_EQ(device + std::to_string(count), "untouched77");
     hostcard_set_listing(nullptr);
     EXPECT_EQ(fs_probe(device, &count), 0);
-    EXPECT_STREQ(device, "/dev/hd/sda");
-    EXPECT_EQ(count, 1);
-    EXPECT_EQ(fs_getgrp(), 3);
-    EXPECT_EQ(fs_earliest(), 0);
+    EXPECT_EQ(device + std::to_string(count), "/dev/hd/sda1");
+    EXPECT_EQ(Numbers({fs_getgrp(), fs_earliest()}), "3 0");
 }
 
 TEST(LegacyDeathTest, EveryPlaceholderEndsTheProcessUnderItsOwnName)

@@ -16,11 +16,7 @@ struct Container {
 
     int Note(const char* call, std::initializer_list<long long> values = {})
     {
-        calls += call;
-        for (const long long value : values) {
-            calls += " " + std::to_string(value);
-        }
-        calls += "\n";
+        calls += call + (" " + Numbers(values)) + "\n";
         return result;
     }
 };
@@ -119,7 +115,7 @@ TEST_F(RecFile, AsksTheContainerForWhatTheHostWants)
     m_file.Irf_flush();
     m_file.Irf_close();
     EXPECT_EQ(g_container.calls, "open 1280 720 25 2 11 1 2 1 320 0\n"
-                                 "write 0 1 0 5000\nwrite 1 1 0 0\nwrite 2 1 0 65999\nflush\nclose\n");
+                                 "write 0 1 0 5000\nwrite 1 1 0 0\nwrite 2 1 0 65999\nflush \nclose \n");
     g_container.calls = "";
     Probe();
     EXPECT_EQ(m_file.Irf_tseek(1570900642), 0);
