@@ -5,12 +5,6 @@ class Calendar : public CardTest
 protected:
     const Zone m_zone{"<+08>-8"};
 
-    void Record_span(tm start, tm end)
-    {
-        const int fd = Create(start);
-        Write_seconds(fd, 2);
-        Ifsi_close(fd, &end);
-    }
     /** Marked days of October by local time, e.g. "3 6". */
     std::string October()
     {
@@ -31,18 +25,13 @@ protected:
 TEST_F(Calendar, MarksLocalDaysOnWhichARecordingStartsOrEnds)
 {
     EXPECT_EQ(October(), "");
-    Record_span(Utc(2019, 10, 12, 15, 50, 0), Utc(2019, 10, 12, 16, 10, 0)); // 23:50 to 00:10 local
-    EXPECT_EQ(October(), "12 13");
-    Record_span(Utc(2019, 10, 3, 1, 0, 0), Utc(2019, 10, 6, 1, 0, 0));
-    EXPECT_EQ(October(), "3 6 12 13");
-}
-
-TEST_F(Calendar, MarksNothingForARecordingAroundTheWholeRange)
-{
-    Record_span(Utc(2019, 9, 1, 0, 0, 0), Utc(2019, 11, 20, 0, 0, 0));
+    Record_until(Utc(2019, 9, 1, 0, 0, 0), Utc(2019, 11, 20, 0, 0, 0)); // around the whole range
     EXPECT_EQ(October(), "");
-    Record_span(Utc(2019, 9, 29, 0, 0, 0), Utc(2019, 10, 31, 15, 59, 59));
-    EXPECT_EQ(October(), "31");
+    Record_until(Utc(2019, 10, 12, 15, 50, 0), Utc(2019, 10, 12, 16, 10, 0)); // 23:50 to 00:10 local
+    EXPECT_EQ(October(), "12 13");
+    Record_until(Utc(2019, 10, 3, 1, 0, 0), Utc(2019, 10, 6, 1, 0, 0));
+    Record_until(Utc(2019, 9, 29, 0, 0, 0), Utc(2019, 10, 31, 15, 59, 59));
+    EXPECT_EQ(October(), "3 6 12 13 31");
 }
 
 TEST_F(Calendar, CountsRunningRecordingsAndPrintsEachDay)

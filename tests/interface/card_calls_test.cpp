@@ -32,16 +32,6 @@ TEST_F(CardCalls, DescribeTheCard)
               "There is no sd card\nhave_card:0, formatted:0, dev_size:0, fs_total_size:0, fs_free_size:0\n");
 }
 
-TEST_F(CardCalls, TellWhenSpaceIsShort)
-{
-    hostcard_set_free(157286400 - 65536);
-    EXPECT_EQ(Ifsi_is_full(), 1);
-    hostcard_set_free(157286400);
-    EXPECT_EQ(Ifsi_is_full(), 0);
-    ASSERT_EQ(Ifsi_umount(), 0);
-    EXPECT_EQ(Printed([] { EXPECT_EQ(Ifsi_is_full(), -1); }), "");
-}
-
 TEST_F(CardCalls, MountOnlyACardThatIsThereAndFormatted)
 {
     ASSERT_EQ(Ifsi_umount(), 0);
@@ -124,6 +114,7 @@ TEST_F(CardCalls, AnswerAsDocumentedWhileNothingIsMounted)
               refused);
     EXPECT_EQ(days[0], 7);
     EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_latest_rec_time(&t), -3); }), refused);
+    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_is_full(), -1); }), "");
 }
 
 TEST_F(CardCalls, FindAMountPointByDirectoryOrDevice)

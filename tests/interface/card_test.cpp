@@ -84,6 +84,13 @@ void CardTest::Write_seconds(int fd, int seconds)
     }
 }
 
+void CardTest::Record_until(tm start, tm end, int stream)
+{
+    const int fd = Create(start, stream);
+    Write_seconds(fd, 2);
+    Ifsi_close(fd, &end);
+}
+
 std::string CardTest::Record(tm start, int seconds, int stream)
 {
     const int fd = Create(start, stream);

@@ -34,6 +34,8 @@ protected:
     int Create(tm start, int stream = IFS_STREAM_MAIN, int video_res = 6);
     /** Write seconds of stream time, one frame a second, the first a key frame. */
     void Write_seconds(int fd, int seconds);
+    /** Make a finished recording that holds 2 s and ends when it is told. */
+    void Record_until(tm start, tm end, int stream = IFS_STREAM_MAIN);
     /** Make a finished recording of the given length. @return its file's name */
     std::string Record(tm start, int seconds = 10, int stream = IFS_STREAM_MAIN);
 

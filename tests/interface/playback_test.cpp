@@ -59,7 +59,12 @@ TEST_F(Playback, GivesBackTheFramesWithHeadersAndTimes)
 TEST_F(Playback, ReadsThePlainBytesBesideTheFrames)
 {
     const std::string name = Record(At(10, 0));
-    const int fd = Open(name);
+    _ifs_rec_file_ rec = Search(IFS_STREAM_MAIN).at(0);
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
+    int fd = -1;
+    const std::string said = Messages([&] { fd = Ifsi_open(&rec); });
+    EXPECT_EQ(said, "start:2019-10-12 10:00:00, end:2019-10-12 10:00:10, stream_type:main, ret_val:" +
+                        std::to_string(fd) + "\n");
     const std::string file = File(name);
     std::string bytes(file.size() + 10, '\0');
     EXPECT_EQ(Ifsi_read_standard(fd, bytes.data(), static_cast<int>(bytes.size())),
@@ -78,7 +83,11 @@ TEST_F(Playback, ReadsThePlainBytesBesideTheFrames)
 TEST_F(Playback, OfTheMainStreamNeedsTheExactStart)
 {
     Record(At(10, 0), 50);
-    EXPECT_EQ(Open_at(At(10, 0), IFS_STREAM_MAIN), "10:00:00");
+    tm t = At(10, 0);
+    int fd = -1;
+    EXPECT_EQ(Messages([&] { fd = Ifsi_open_v2(&t, IFS_STREAM_MAIN); }), // whatever the mask
+              "Ifs_open Find Ok(main, 2019-10-12 10:00:00)(2019-10-12 10:00:00)(2019-10-12 10:00:50)\n");
+    Ifsi_close(fd, nullptr);
     EXPECT_EQ(Open_at(At(10, 0, 15), IFS_STREAM_MAIN),
               "Find record file Failed(main, 2019-10-12 10:00:15)\n");
     EXPECT_EQ(Open_at(At(10, 0), IFS_STREAM_SUB), "Find record file Failed(sub, 2019-10-12 10:00:00)\n");
@@ -86,15 +95,10 @@ TEST_F(Playback, OfTheMainStreamNeedsTheExactStart)
 
 TEST_F(Playback, OfTheSubStreamTakesTheNearest)
 {
-    const auto record = [this](tm start, tm end) {
-        const int fd = Create(start, IFS_STREAM_SUB);
-        Write_seconds(fd, 2);
-        Ifsi_close(fd, &end);
-    };
-    record(At(10, 0), At(10, 30));
-    record(At(11, 0), At(11, 20));
-    record(At(11, 5), At(11, 40)); // both cover 11:10, this one ends later
-    record(At(23, 50), At(0, 10, 0, 13));
+    Record_until(At(10, 0), At(10, 30), IFS_STREAM_SUB);
+    Record_until(At(11, 0), At(11, 20), IFS_STREAM_SUB);
+    Record_until(At(11, 5), At(11, 40), IFS_STREAM_SUB); // both cover 11:10, this one ends later
+    Record_until(At(23, 50), At(0, 10, 0, 13), IFS_STREAM_SUB);
     EXPECT_EQ(Open_at(At(10, 15), IFS_STREAM_SUB), "10:00:00");
     EXPECT_EQ(Open_at(At(10, 30), IFS_STREAM_SUB), "10:00:00");
     EXPECT_EQ(Open_at(At(9, 0), IFS_STREAM_SUB), "10:00:00");
@@ -107,13 +111,8 @@ TEST_F(Playback, OfTheSubStreamTakesTheNearest)
 
 TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
 {
-    const auto record = [this](tm start, tm end) {
-        const int fd = Create(start, IFS_STREAM_SUB);
-        Write_seconds(fd, 2);
-        Ifsi_close(fd, &end);
-    };
-    record(At(10, 0), At(10, 0, 20));
-    record(At(12, 0), At(12, 0, 20));
+    Record_until(At(10, 0), At(10, 0, 20), IFS_STREAM_SUB);
+    Record_until(At(12, 0), At(12, 0, 20), IFS_STREAM_SUB);
     const int running = Create(At(10, 0, 10), IFS_STREAM_SUB);
     Write_seconds(running, 30);                                    // 10:00:10 to 10:00:39
     EXPECT_EQ(Open_at(At(10, 0, 10), IFS_STREAM_SUB), "10:00:10"); // starts there
@@ -129,16 +128,6 @@ TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
     EXPECT_NE(said.find("list_find_bitmap:0x00000000, 5, 1\n"), std::string::npos) << said;
     Ifsi_set_debug_level(0);
     Ifsi_close(running, nullptr);
-}
-
-TEST_F(Playback, SaysWhatItFoundWhateverTheMask)
-{
-    Record(At(10, 0), 50);
-    tm t = At(10, 0);
-    int fd = -1;
-    EXPECT_EQ(Messages([&] { fd = Ifsi_open_v2(&t, IFS_STREAM_MAIN); }),
-              "Ifs_open Find Ok(main, 2019-10-12 10:00:00)(2019-10-12 10:00:00)(2019-10-12 10:00:50)\n");
-    Ifsi_close(fd, nullptr);
 }
 
 TEST_F(Playback, RefusesWhatIsNoRecordingAndKeepsNoHandle)
@@ -179,18 +168,6 @@ TEST_F(Playback, TellsFileNamesOfFinishedAndRunningRecordings)
     EXPECT_EQ(path[128], '!');
     Ifsi_set_debug_level(0);
     Ifsi_close(running, nullptr);
-}
-
-TEST_F(Playback, ByEntryOpensAndTracesIt)
-{
-    Record(At(10, 0));
-    _ifs_rec_file_ rec = Search(IFS_STREAM_MAIN).at(0);
-    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
-    int fd = -1;
-    const std::string said = Messages([&] { fd = Ifsi_open(&rec); });
-    EXPECT_EQ(said, "start:2019-10-12 10:00:00, end:2019-10-12 10:00:10, stream_type:main, ret_val:" +
-                        std::to_string(fd) + "\n");
-    Ifsi_close(fd, nullptr);
 }
 
 TEST_F(Playback, ReadsARecordingWhileItIsWritten)

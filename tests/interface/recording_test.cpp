@@ -1,5 +1,4 @@
 #include <climits>
-#include <thread>
 
 #include "tests/interface/card_test.h"
 
@@ -9,7 +8,14 @@ class Recording : public CardTest
 
 TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
 {
-    const int fd = Create(At(17, 17, 23));
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
+    int fd = -1;
+    const std::string created = Messages([&] { fd = Create(At(17, 17, 23)); });
+    EXPECT_EQ(created, "start:2019-10-12 17:17:23, stream_type:main, video_system:1, video_res:6(320 * 240), "
+                       "frame_rate:25\n"
+                       "start:2019-10-12 17:17:23, stream_type:main, ret_val:" +
+                           std::to_string(fd) + "\n");
+    Ifsi_set_debug_level(0);
     Write_seconds(fd, 10);
     EXPECT_EQ(Counts(), "0 0");
     EXPECT_FALSE(Exists("system_index_main"));
@@ -29,15 +35,6 @@ TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
     EXPECT_EQ(found[0].frame_rate, 25);
     EXPECT_EQ(found[0].width, 320);
     EXPECT_GT(found[0].file_size, 1000);
-}
-
-TEST_F(Recording, KeepsTheCallersEndTime)
-{
-    const int fd = Create(At(10, 0), IFS_STREAM_SUB);
-    Write_seconds(fd, 3);
-    tm end = At(11, 22, 33);
-    Ifsi_close(fd, &end);
-    EXPECT_EQ(Text(Search(IFS_STREAM_SUB).at(0).end_tm), "2019-10-12 11:22:33");
 }
 
 TEST_F(Recording, WithoutFramesIsDeleted)
@@ -61,6 +58,9 @@ TEST_F(Recording, NeedsMoreThan150MiBFree)
     hostcard_set_free(157286400);
     EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(10, 0)), -1); }),
               "sd card is full(157286400 <= 157286400)\n");
+    EXPECT_EQ(Ifsi_is_full(), 0);
+    hostcard_set_free(157286400 - 65536);
+    EXPECT_EQ(Ifsi_is_full(), 1);
     hostcard_set_free(157286400 + 65536);
     const int fd = Create(At(10, 0));
     EXPECT_GT(fd, 0);
@@ -141,31 +141,4 @@ TEST_F(Recording, NeverOverwritesAnotherAndGivesItsHandleBack)
         Ifsi_close(fd, nullptr);
     }
     EXPECT_EQ(File(name), bytes);
-}
-
-TEST_F(Recording, TracesItsCalls)
-{
-    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
-    int fd = -1;
-    const std::string created = Messages([&] { fd = Create(At(10, 0), IFS_STREAM_SUB); });
-    EXPECT_EQ(created, "start:2019-10-12 10:00:00, stream_type:sub, video_system:1, video_res:6(320 * 240), "
-                       "frame_rate:25\n"
-                       "start:2019-10-12 10:00:00, stream_type:sub, ret_val:" +
-                           std::to_string(fd) + "\n");
-    Ifsi_set_debug_level(0);
-    Ifsi_close(fd, nullptr);
-}
-
-TEST_F(Recording, OfTwoStreamsSideBySideKeepsBoth)
-{
-    const int main_fd = Create(At(10, 0), IFS_STREAM_MAIN);
-    const int sub_fd = Create(At(10, 0), IFS_STREAM_SUB);
-    std::thread main_writer([&] { Write_seconds(main_fd, 200); });
-    std::thread sub_writer([&] { Write_seconds(sub_fd, 100); });
-    main_writer.join();
-    sub_writer.join();
-    Ifsi_close(main_fd, nullptr);
-    Ifsi_close(sub_fd, nullptr);
-    EXPECT_EQ(Text(Search(IFS_STREAM_MAIN).at(0).end_tm), "2019-10-12 10:03:19");
-    EXPECT_EQ(Text(Search(IFS_STREAM_SUB).at(0).end_tm), "2019-10-12 10:01:39");
 }
