@@ -102,6 +102,11 @@ Frames only_video(const Frames& frames)
     return video;
 }
 
+bool is_prefix(const Frames& part, const Frames& whole)
+{
+    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+}
+
 std::vector<std::string> nal_units(const std::string& frame)
 {
     const std::string code("\0\0\1", 3);

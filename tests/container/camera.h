@@ -33,6 +33,7 @@ Frames shoot(const Scene& scene = {});
 
 Frames without_adts(Frames frames);
 Frames only_video(const Frames& frames);
+bool is_prefix(const Frames& part, const Frames& whole);
 /** NAL units of an Annex B frame, without their start codes. */
 std::vector<std::string> nal_units(const std::string& frame);
 

@@ -36,11 +36,6 @@ struct Recorded {
     }
 };
 
-bool is_prefix(const Frames& part, const Frames& whole)
-{
-    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
-}
-
 std::string be32(size_t value)
 {
     std::string bytes;

@@ -11,11 +11,6 @@ namespace
 
 const std::string start_code("\0\0\0\1", 4);
 
-bool is_prefix(const Frames& part, const Frames& whole)
-{
-    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
-}
-
 } // namespace
 
 TEST(Recording, NothingIsWrittenBeforeTheFirstKeyFrameWithItsParameterSets)
@@ -62,14 +57,6 @@ TEST(Recording, WhatIsNoH264OrAacIsRefused)
     EXPECT_LT(Mp4(folder.file("silent.mp4"), KT_MP4_CREATE, false).write(frames[1]), 0);
     recording.close();
     EXPECT_EQ(read_back(folder.file()), frames);
-}
-
-TEST(Recording, ExistingFileIsNeverOverwritten)
-{
-    Folder folder;
-    save(folder.file(), "footage");
-    EXPECT_FALSE(Mp4(folder.file(), KT_MP4_CREATE));
-    EXPECT_EQ(load(folder.file()), "footage");
 }
 
 TEST(Recording, FramesOfAnySizeInAnyTwoPieces)

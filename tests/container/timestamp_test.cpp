@@ -59,24 +59,20 @@ int recorded_duration(const std::string& path, const Frames& frames)
 
 } // namespace
 
-TEST(Timestamps, ClockThatWrapsGoesOn)
+TEST(Timestamps, ClockThatWrapsPausesOrIsSetBackCostsNoFrame)
 {
-    Folder folder;
-    EXPECT_EQ(recorded_duration(folder.file(), shifted(shoot(), 0, 0u - 1500)), 4040);
-}
-
-TEST(Timestamps, PauseOfAnHourIsKept)
-{
-    Folder folder;
-    EXPECT_EQ(recorded_duration(folder.file(), shifted(shoot(), 120, 3600000)), 3604040);
-}
-
-TEST(Timestamps, ClockThatIsSetBackCostsNoFrame)
-{
-    size_t from = 119;
-    for (unsigned by : {20u, 300u, 5000u, 3600000u, 2000000000u}) {
+    const struct {
+        size_t from;
+        unsigned by;
+        int duration, tolerance;
+    } clocks[] = {
+        {0, 0u - 1500, 4040, 0},   {120, 3600000, 3604040, 0}, {120, 0u - 20, 4040, 60},
+        {121, 0u - 300, 4040, 60}, {122, 0u - 5000, 4040, 60}, {123, 0u - 2000000000, 4040, 60},
+    };
+    for (const auto& clock : clocks) {
         Folder folder;
-        EXPECT_NEAR(recorded_duration(folder.file(), shifted(shoot(), ++from, 0u - by)), 4040, 60);
+        EXPECT_NEAR(recorded_duration(folder.file(), shifted(shoot(), clock.from, clock.by)), clock.duration,
+                    clock.tolerance);
     }
 }
 
