@@ -136,27 +136,30 @@ class Recording(unittest.TestCase):
         self.assertIn(b"[func:", verbose.stderr)
 
     def test_interrupting_a_live_recording_closes_it(self):
-        new_card("stopped", "1G")
-        os.mkfifo("live.ts")
-        with open("sub.ts", "rb") as source, open("live.ts", "r+b", buffering=0) as live:
-            fcntl.fcntl(live, fcntl.F_SETPIPE_SZ, 1 << 20)
-            live.write(source.read())
-            begin = time.monotonic()
-            recorder = subprocess.Popen([IFSCTL, "--card", "stopped", "record", "live.ts", "--realtime", "--json"],
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-            while not any(map(os.path.getsize, glob.glob("stopped/files/Rec*"))):
-                self.assertLess(time.monotonic() - begin, 100)
-                time.sleep(0.01)
-            self.assertGreater(time.monotonic() - begin, 1)  # the second key frame, which writes the first, is due then
-            recorder.send_signal(signal.SIGINT)
-            output, _ = recorder.communicate(timeout=100)
+        for number in (signal.SIGINT, signal.SIGHUP):
+            card, live_ts = f"stopped{number}", f"live{number}.ts"
+            signal.signal(number, signal.SIG_DFL)  # nohup and the shell's & ignore it
+            new_card(card, "1G")
+            os.mkfifo(live_ts)
+            with open("sub.ts", "rb") as source, open(live_ts, "r+b", buffering=0) as live:
+                fcntl.fcntl(live, fcntl.F_SETPIPE_SZ, 1 << 20)
+                live.write(source.read())
+                begin = time.monotonic()
+                recorder = subprocess.Popen([IFSCTL, "--card", card, "record", live_ts, "--realtime", "--json"],
+                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                while not any(map(os.path.getsize, glob.glob(card + "/files/Rec*"))):
+                    self.assertLess(time.monotonic() - begin, 100)
+                    time.sleep(0.01)
+                self.assertGreater(time.monotonic() - begin, 1)  # the next key frame, which writes the first, is due then
+                recorder.send_signal(number)
+                output, _ = recorder.communicate(timeout=100)
 
-        self.assertEqual(recorder.returncode, 130)
-        result = json.loads(output)
-        self.assertTrue(result["interrupted"])
-        shown = pictures("stopped/files/" + result["recordings"][0]["file"])
-        self.assertEqual(shown, pictures("sub.ts")[:len(shown)])
-        self.assertGreaterEqual(len(shown), 10)
+            self.assertEqual(recorder.returncode, 130)
+            result = json.loads(output)
+            self.assertTrue(result["interrupted"])
+            shown = pictures(card + "/files/" + result["recordings"][0]["file"])
+            self.assertEqual(shown, pictures("sub.ts")[:len(shown)])
+            self.assertGreaterEqual(len(shown), 10)
 
 
 class Playing(unittest.TestCase):
