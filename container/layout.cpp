@@ -77,7 +77,7 @@ void put_info(Bytes& out, const Movie& movie, bool complete)
     put64(out, movie.tables.tracks[audio_track].start_time);
 }
 
-constexpr size_t exact_bytes = box_bytes + uuid_bytes + (track_count + 2) * 4; // without entries
+constexpr size_t exact_bytes = box_bytes + uuid_bytes + size_t{track_count + 2} * 4; // without entries
 
 void put_header_entry(Bytes& out, const AdtsRun& run)
 {
@@ -129,7 +129,7 @@ void put_tkhd(Bytes& out, const Movie& movie, int track)
     put32(out, video ? static_cast<uint32_t>(movie.info.height) << 16 : 0);
 }
 
-constexpr size_t edts_bytes = box_bytes + table_bytes + 2 * 12;
+constexpr size_t edts_bytes = box_bytes + table_bytes + size_t{2} * 12;
 
 /** An edit that lets a track begin later than the movie. */
 void put_late_start(Bytes& out, const Movie& movie, int track)
