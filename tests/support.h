@@ -82,6 +82,12 @@ inline std::string Messages(const std::function<void()>& action)
     return text;
 }
 
+/** What a call prints that shall return a number, without prefixes. */
+inline std::string Said(int result, const std::function<int()>& call)
+{
+    return Messages([&] { EXPECT_EQ(call(), result); });
+}
+
 /** Bytes from hex text; blanks and everything from '#' to the end of a line are skipped. */
 inline std::string Bytes(const std::string& hex)
 {

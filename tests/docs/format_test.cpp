@@ -190,11 +190,7 @@ void FormatDocument::Check_frames(const std::string& name)
     std::string copy = name;
     const int fd = Ifsi_open_v3(copy.data());
     for (const char* example : {"frame-video", "frame-audio"}) {
-        std::string buf(200, '\xee');
-        _ifs_frame_type_ type;
-        int time;
-        const int length = Ifsi_read_v2(fd, buf.data(), static_cast<int>(buf.size()), &type, &time);
-        Expect_bytes(example, buf.substr(0, static_cast<size_t>(std::max(length, 0))));
+        Expect_bytes(example, Read(fd).bytes);
     }
     Ifsi_close(fd, nullptr);
 }
@@ -216,10 +212,7 @@ void FormatDocument::Check_cuts(const Recording& recording)
         if (Exists(recording.name)) {
             std::string name = recording.name;
             const int fd = Ifsi_open_v3(name.data());
-            std::string buf(200, '\0');
-            _ifs_frame_type_ type;
-            int time;
-            while (Ifsi_read_v2(fd, buf.data(), static_cast<int>(buf.size()), &type, &time) > 0) {
+            while (Read(fd).length > 0) {
                 ++frames;
             }
             Ifsi_close(fd, nullptr);

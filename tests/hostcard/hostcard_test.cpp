@@ -275,25 +275,6 @@ TEST_F(HostCard, FullCardRefusesFurtherClusters)
     close(fd);
 }
 
-TEST_F(HostCard, NewBootRecordEmptiesTheCard)
-{
-    make_file_system();
-    ASSERT_EQ(mount_card(), 0);
-    write_file("old", 10);
-    fs::create_directory(m_card + "/files/folder");
-    std::ofstream(m_card + "/files/folder/older") << "x";
-    ASSERT_EQ(umount(hostcard_mount_point()), 0);
-    char sectors[1024];
-    const int part = open("/dev/hd/sda1", O_RDWR);
-    ASSERT_EQ(read(part, sectors, sizeof sectors), 1024);
-    EXPECT_EQ(pwrite(part, &sectors[512], 512, 512), 512);
-    EXPECT_FALSE(fs::is_empty(m_card + "/files"));
-    EXPECT_EQ(pwrite(part, &sectors[0], 512, 0), 512);
-    EXPECT_TRUE(fs::is_empty(m_card + "/files"));
-    close(part);
-    EXPECT_EQ(mount_card(), 0);
-}
-
 TEST_F(HostCard, ScriptedFaultsStrikeOnceOrForGood)
 {
     hostcard_fail(HOSTCARD_OPEN, 2, EIO, 1);

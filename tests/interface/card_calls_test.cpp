@@ -8,7 +8,7 @@ TEST_F(CardCalls, DescribeTheCard)
 {
     Ifsi_set_debug_level(IFS_DEBUG_TRACE | IFS_DEBUG_ERROR);
     _ifs_system_info_ info;
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_system_info(&info), 0); }),
+    EXPECT_EQ(Said(0, [&] { return Ifsi_get_system_info(&info); }),
               "have_card:1, formatted:1, dev_size:8000000000, fs_total_size:7998930944, "
               "fs_free_size:7998865408\n");
     EXPECT_EQ(info.fs_version, 2);
@@ -103,18 +103,17 @@ TEST_F(CardCalls, AnswerAsDocumentedWhileNothingIsMounted)
     const std::string refused = "You must mount file system first\n";
     EXPECT_EQ(Ifsi_get_file_number(&main_number, &sub_number), -1);
     EXPECT_EQ(main_number + sub_number, 0u);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(9, 0)), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_open(&rec), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_open_v2(&t, IFS_STREAM_MAIN), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_open_v3(path), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_file_name(&rec, path), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_find_open(&t, &t, IFS_STREAM_MAIN), -1); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days), -1); }),
-              refused);
+    EXPECT_EQ(Said(-1, [&] { return Create(At(9, 0)); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_open(&rec); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_open_v2(&t, IFS_STREAM_MAIN); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_open_v3(path); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_get_file_name(&rec, path); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_find_open(&t, &t, IFS_STREAM_MAIN); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days); }), refused);
     EXPECT_EQ(days[0], 7);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_latest_rec_time(&t), -3); }), refused);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_is_full(), -1); }), "");
+    EXPECT_EQ(Said(-3, [&] { return Ifsi_get_latest_rec_time(&t); }), refused);
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_is_full(); }), "");
 }
 
 TEST_F(CardCalls, FindAMountPointByDirectoryOrDevice)

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -128,6 +129,14 @@ std::string CardTest::Counts()
     unsigned long sub_number = 0;
     Ifsi_get_file_number(&main_number, &sub_number);
     return std::to_string(main_number) + " " + std::to_string(sub_number);
+}
+
+CardTest::Frame CardTest::Read(int fd, int capacity)
+{
+    Frame frame{0, IFS_FRAME_I, 0, std::string(static_cast<size_t>(capacity), '\xee')};
+    frame.length = Ifsi_read_v2(fd, frame.bytes.data(), capacity, &frame.type, &frame.time);
+    frame.bytes.resize(static_cast<size_t>(std::max(frame.length, 0)));
+    return frame;
 }
 
 bool CardTest::Exists(const std::string& name)

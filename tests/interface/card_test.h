@@ -46,6 +46,15 @@ protected:
     /** Main and sub counts, e.g. "2 0". */
     std::string Counts();
 
+    /** The next frame of a playback, its header in front. */
+    struct Frame {
+        int length; ///< or the failing result
+        _ifs_frame_type_ type;
+        int time;
+        std::string bytes;
+    };
+    static Frame Read(int fd, int capacity = 4096);
+
     bool Exists(const std::string& name);
     std::string File(const std::string& name);
     void Put_file(const std::string& name, const std::string& bytes);

@@ -102,7 +102,7 @@ TEST_F(Format, NamesTheStepThatFailed)
     for (const Step& step : steps) {
         hostcard_fail_none();
         hostcard_fail(step.call, step.nth, EIO, 1);
-        const std::string printed = Messages([] { EXPECT_EQ(Ifsi_format(), -1); });
+        const std::string printed = Said(-1, [] { return Ifsi_format(); });
         const bool whole = std::string(step.messages).back() == '\n';
         EXPECT_EQ(printed, whole ? step.messages
                                  : "write " + io + "Ifsf_seek_and_write " + step.messages +
@@ -121,7 +121,7 @@ TEST_F(Format, WaitsAMinuteForThePartition)
     for (int left = 60; left >= 1; --left) {
         expected += "fdisk wait ready(" + std::to_string(left) + ")...\n";
     }
-    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), -1); }),
+    EXPECT_EQ(Said(-1, [] { return Ifsi_format(); }),
               expected + "fdisk Time out\nOpen Failed(/dev/hd/sda1)(No such file or directory)\n"
                          "Ifsf_format Failed\n");
 }
@@ -130,15 +130,15 @@ TEST_F(Format, RefusesGeometriesAndSizesItCannotUse)
 {
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     Insert_blank(8000000000ULL, 1, 63);
-    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), -1); }),
+    EXPECT_EQ(Said(-1, [] { return Ifsi_format(); }),
               "Invalid hdd parameter(1)(63)(65535)\nIfsf_fdisk Failed(/dev/hd/sda)\n");
     EXPECT_EQ(Image(0, 512), std::string(512, '\0'));
     Insert_blank(8000000000ULL, 255, 63);
     hostcard_fail(HOSTCARD_GET_SIZE64, 1, EIO, 0);
     hostcard_fail(HOSTCARD_GET_SIZE, 1, EIO, 0);
-    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), -1); }),
+    EXPECT_EQ(Said(-1, [] { return Ifsi_format(); }),
               "SCFSC_get_dev_size Failed\nIfsf_fdisk Failed(/dev/hd/sda)\n");
     hostcard_fail_none();
     hostcard_fail(HOSTCARD_GET_SIZE64, 1, EIO, 0);
-    EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsi_format(), 0); }), "");
+    EXPECT_EQ(Said(0, [] { return Ifsi_format(); }), "");
 }

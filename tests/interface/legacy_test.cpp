@@ -72,11 +72,7 @@ TEST_F(LegacyTest, PlaysBackByTime)
     int out = 77;
     EXPECT_EQ(rec_tseek(fd, static_cast<unsigned>(timegm(&start)) + 4, 77, &out), 0);
     EXPECT_EQ(out, 0);
-    char frame[1024];
-    _ifs_frame_type_ type;
-    int time = 0;
-    EXPECT_GT(Ifsi_read_v2(fd, frame, sizeof frame, &type, &time), 0);
-    EXPECT_EQ(time, static_cast<int>(timegm(&start)) + 4);
+    EXPECT_EQ(Read(fd).time, static_cast<int>(timegm(&start)) + 4);
 
     record_info_t info;
     memset(&info, 0x5A, sizeof info);

@@ -40,19 +40,17 @@ TEST_F(Playback, GivesBackTheFramesWithHeadersAndTimes)
     EXPECT_EQ(std::string(buf, 8), "00dcH264");
 
     // The frame header, 8 bytes into the buffer, comes to its start.
-    EXPECT_EQ(Ifsi_read_v2(fd, buf, sizeof buf, &type, &time), 136);
-    EXPECT_EQ(std::string(buf, 8), "01dcH264");
-    EXPECT_EQ(std::string(buf + 24, 105), Video_frame(false));
-    EXPECT_EQ(time, 1570900644);
+    Frame frame = Read(fd);
+    EXPECT_EQ(Numbers({frame.length, frame.type, frame.time}), "136 1 1570900644");
+    EXPECT_EQ(frame.bytes.substr(0, 8), "01dcH264");
+    EXPECT_EQ(frame.bytes.substr(24, 105), Video_frame(false));
 
     EXPECT_EQ(Ifsi_tseek(fd, 1570900643 + 4), 0);
-    EXPECT_GT(Ifsi_read_v2(fd, buf, sizeof buf, &type, &time), 0);
-    EXPECT_EQ(time, 1570900647);
-    EXPECT_EQ(Ifsi_read_v2(fd, buf, sizeof buf, &type, &time), 0);
+    EXPECT_EQ(Read(fd).time, 1570900647);
+    EXPECT_EQ(Read(fd).length, 0);
     EXPECT_EQ(Ifsi_tseek(fd, 0), 0);
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_read_v2(fd, buf, 38, &type, &time), -1); }),
-              "Buffer is too small(38)\n");
+    EXPECT_EQ(Said(-1, [&] { return Read(fd, 38).length; }), "Buffer is too small(38)\n");
     Ifsi_close(fd, nullptr);
 }
 
@@ -124,7 +122,7 @@ TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
 
     Ifsi_set_debug_level(IFS_DEBUG_DETAIL);
     tm t = At(13, 0);
-    const std::string said = Messages([&] { EXPECT_EQ(Ifsi_open_v2(&t, IFS_STREAM_SUB), -1); });
+    const std::string said = Said(-1, [&] { return Ifsi_open_v2(&t, IFS_STREAM_SUB); });
     EXPECT_NE(said.find("list_find_bitmap:0x00000000, 5, 1\n"), std::string::npos) << said;
     Ifsi_set_debug_level(0);
     Ifsi_close(running, nullptr);
@@ -133,7 +131,7 @@ TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
 TEST_F(Playback, RefusesWhatIsNoRecordingAndKeepsNoHandle)
 {
     Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Open("/x/Rec_1.mp4"), -1); }),
+    EXPECT_EQ(Said(-1, [&] { return Open("/x/Rec_1.mp4"); }),
               "SIrf_get_rec_info Failed(Rec_1.mp4)\nIrf_open Failed\nfile_name:/x/Rec_1.mp4, ret_val:-1\n");
     Ifsi_set_debug_level(0);
     for (int i = 0; i < 100; ++i) {
@@ -144,10 +142,10 @@ TEST_F(Playback, RefusesWhatIsNoRecordingAndKeepsNoHandle)
     char buf[64];
     _ifs_rec_file_ rec;
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_read_standard(7, buf, 1), -1); }), "It's not playing file(7)\n");
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_seek(7, 0, SEEK_SET), -1); }), "It's not playing file(7)\n");
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_tseek(7, 0), -1); }), "It's not playing file(7)\n");
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_stat(7, &rec), -1); }), "Invalid fd\n");
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_read_standard(7, buf, 1); }), "It's not playing file(7)\n");
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_seek(7, 0, SEEK_SET); }), "It's not playing file(7)\n");
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_tseek(7, 0); }), "It's not playing file(7)\n");
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_stat(7, &rec); }), "Invalid fd\n");
 }
 
 TEST_F(Playback, TellsFileNamesOfFinishedAndRunningRecordings)
@@ -160,7 +158,7 @@ TEST_F(Playback, TellsFileNamesOfFinishedAndRunningRecordings)
     EXPECT_EQ(Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path), 0);
     EXPECT_EQ(path, m_files + "/Rec_20191012_110000_061_S.mp4");
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_get_file_name_v2(&t, IFS_STREAM_MAIN, path), -1); }),
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_get_file_name_v2(&t, IFS_STREAM_MAIN, path); }),
               "Find file Failed\n");
     _ifs_rec_file_ rec = Search(IFS_STREAM_MAIN).at(0);
     EXPECT_EQ(Ifsi_get_file_name(&rec, path), 0);
@@ -180,18 +178,15 @@ TEST_F(Playback, ReadsARecordingWhileItIsWritten)
     Ifsi_close(fd, nullptr);
     Write_seconds(running, 20);
     Printed([&] { fd = Ifsi_open_v2(&t, IFS_STREAM_MAIN); });
-    char buf[4096];
-    _ifs_frame_type_ type;
-    int time;
     int frames = 0;
-    while (Ifsi_read_v2(fd, buf, sizeof buf, &type, &time) > 0) {
+    while (Read(fd).length > 0) {
         ++frames;
     }
     EXPECT_GE(frames, 15);
     _ifs_rec_file_ rec;
-    EXPECT_NE(Messages([&] { EXPECT_EQ(Ifsi_stat(running, &rec), 0); }).find("end time(2019-10-12 10:00:19)"),
+    EXPECT_NE(Said(0, [&] { return Ifsi_stat(running, &rec); }).find("end time(2019-10-12 10:00:19)"),
               std::string::npos);
-    EXPECT_EQ(Ifsi_read_v2(running, buf, sizeof buf, &type, &time), -1);
+    EXPECT_EQ(Read(running).length, -1);
     Ifsi_close(fd, nullptr);
     Ifsi_close(running, nullptr);
 }

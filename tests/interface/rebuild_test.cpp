@@ -75,10 +75,7 @@ TEST_F(Rebuild, KeepsWhatAPassingFaultHides)
     }
     tm start = At(11, 0);
     const int playback = Ifsi_open_v2(&start, IFS_STREAM_MAIN);
-    char frame[1024];
-    _ifs_frame_type_ type;
-    int time = 0;
-    EXPECT_GT(Ifsi_read_v2(playback, frame, sizeof frame, &type, &time), 0);
+    EXPECT_GT(Read(playback).length, 0);
     Ifsi_close(playback, nullptr);
 }
 

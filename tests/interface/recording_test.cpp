@@ -19,7 +19,7 @@ TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
     Write_seconds(fd, 10);
     EXPECT_EQ(Counts(), "0 0");
     EXPECT_FALSE(Exists("system_index_main"));
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_close(fd, nullptr), 0); }),
+    EXPECT_EQ(Said(0, [&] { return Ifsi_close(fd, nullptr); }),
               "recording file(Rec_20191012_171723_061_M.mp4) end time(2019-10-12 17:17:32)(first pts:0 ms, "
               "duration:9 seconds)(mp4 duration:9040)\n"
               "Close recording file(file name:Rec_20191012_171723_061_M.mp4)(end time:2019-10-12 17:17:32)"
@@ -42,7 +42,7 @@ TEST_F(Recording, WithoutFramesIsDeleted)
     Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
     const int fd = Create(At(10, 0));
     EXPECT_TRUE(Exists("Rec_20191012_100000_061_M.mp4"));
-    const std::string printed = Messages([&] { EXPECT_EQ(Ifsi_close(fd, nullptr), 0); });
+    const std::string printed = Said(0, [&] { return Ifsi_close(fd, nullptr); });
     EXPECT_NE(printed.find("file size is zero\nremove file(" + m_files +
                            ", Rec_20191012_100000_061_M.mp4)\n" + "Remove file(" + m_files +
                            "/Rec_20191012_100000_061_M.mp4)\nfd:" + std::to_string(fd) + ", ret_val:0\n"),
@@ -56,8 +56,7 @@ TEST_F(Recording, NeedsMoreThan150MiBFree)
 {
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     hostcard_set_free(157286400);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(10, 0)), -1); }),
-              "sd card is full(157286400 <= 157286400)\n");
+    EXPECT_EQ(Said(-1, [&] { return Create(At(10, 0)); }), "sd card is full(157286400 <= 157286400)\n");
     EXPECT_EQ(Ifsi_is_full(), 0);
     hostcard_set_free(157286400 - 65536);
     EXPECT_EQ(Ifsi_is_full(), 1);
@@ -65,7 +64,7 @@ TEST_F(Recording, NeedsMoreThan150MiBFree)
     const int fd = Create(At(10, 0));
     EXPECT_GT(fd, 0);
     hostcard_fail(HOSTCARD_STATFS, 1, EIO, 1);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(10, 1)), -1); }), "Ifs_get_fs_size Failed\n");
+    EXPECT_EQ(Said(-1, [&] { return Create(At(10, 1)); }), "Ifs_get_fs_size Failed\n");
     Ifsi_close(fd, nullptr);
 }
 
@@ -92,8 +91,7 @@ TEST_F(Recording, ChecksFreeSpaceOnceIn32MiB)
     EXPECT_EQ(write(31), 0);
     EXPECT_EQ(hostcard_count(HOSTCARD_STATFS), queries);
     hostcard_set_free(104857600);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(write(2), -1); }),
-              "sd card is full(104857600)\nsd card is full(104857600)\n");
+    EXPECT_EQ(Said(-1, [&] { return write(2); }), "sd card is full(104857600)\nsd card is full(104857600)\n");
     // Bytes refused for days must not wrap the counter into another allowance.
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(Ifsi_write(fd, frame.data(), INT_MAX, frame.data(), INT_MAX, IFS_FRAME_I, 0), -1);
@@ -112,11 +110,11 @@ TEST_F(Recording, RefusesForeignHandles)
     Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
     char byte = 0;
     for (const int fd : {playing, 0, -1, 33}) {
-        EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_write(fd, &byte, 1, nullptr, 0, IFS_FRAME_I, 0), -1); }),
+        EXPECT_EQ(Said(-1, [&] { return Ifsi_write(fd, &byte, 1, nullptr, 0, IFS_FRAME_I, 0); }),
                   "It's not recording file(" + std::to_string(fd) + ")\n");
     }
     Ifsi_close(playing, nullptr);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_close(playing, nullptr), 0); }),
+    EXPECT_EQ(Said(0, [&] { return Ifsi_close(playing, nullptr); }),
               "Invalid fd:" + std::to_string(playing) + "\n");
 }
 
@@ -135,7 +133,7 @@ TEST_F(Recording, NeverOverwritesAnotherAndGivesItsHandleBack)
         ASSERT_GT(open.back(), 0);
     }
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Create(At(12, 0)), -1); }), "There is no free handle\n");
+    EXPECT_EQ(Said(-1, [&] { return Create(At(12, 0)); }), "There is no free handle\n");
     Ifsi_set_debug_level(0);
     for (const int fd : open) {
         Ifsi_close(fd, nullptr);

@@ -35,7 +35,7 @@ TEST_F(SearchTest, HandsOutItsResultsInPortions)
     _ifs_rec_file_ out[5];
     EXPECT_EQ(Ifsi_find_next(search, 0, out), 0);
     EXPECT_EQ(Ifsi_find_next(search, -3, out), 0);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_find_next(search, 5, out), 5); }), "Find Number:5\n");
+    EXPECT_EQ(Said(5, [&] { return Ifsi_find_next(search, 5, out); }), "Find Number:5\n");
     EXPECT_EQ(Text(out[0].start_tm), "2019-10-12 10:00:00");
     EXPECT_EQ(Ifsi_find_next(search, 5, out), 5);
     Ifsi_set_debug_level(IFS_DEBUG_DETAIL);
@@ -45,7 +45,7 @@ TEST_F(SearchTest, HandsOutItsResultsInPortions)
                   "\n\tstart time:2019-10-12 10:11:00, end time:2019-10-12 10:11:02, size:" +
                   std::to_string(out[1].file_size) + "\n");
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_find_next(search, 5, out), 0); }), "Get Over(12)!\n");
+    EXPECT_EQ(Said(0, [&] { return Ifsi_find_next(search, 5, out); }), "Get Over(12)!\n");
     EXPECT_EQ(Ifsi_find_get_count(search), 12);
     EXPECT_EQ(Ifsi_find_close(search), 0);
     EXPECT_EQ(Ifsi_find_close(search), 0);
@@ -62,7 +62,7 @@ TEST_F(SearchTest, EightCanBeOpen)
         EXPECT_GT(search, 0);
     }
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Ifsi_find_open(&t, &t, IFS_STREAM_SUB), -1); }),
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_find_open(&t, &t, IFS_STREAM_SUB); }),
               "There is no free search handle\n");
     for (const int search : searches) {
         Ifsi_find_close(search);

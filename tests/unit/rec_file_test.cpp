@@ -130,34 +130,33 @@ TEST_F(RecFile, AsksTheContainerForWhatTheHostWants)
 
 TEST_F(RecFile, SaysWhatCannotBeDone)
 {
-    const auto said = [](auto call) { return Messages([&] { EXPECT_EQ(call(), -1); }); };
     const std::string name = "Rec_20191012_171723_000_M.mp4";
     int time = 0;
     char byte;
-    EXPECT_EQ(said([&] { return Write(IFS_FRAME_I, 0); }), "You must create file first\n");
-    EXPECT_EQ(said([&] { return m_file.Irf_open("/nowhere", "Rec_x.mp4", IRF_OPEN_READ); }),
+    EXPECT_EQ(Said(-1, [&] { return Write(IFS_FRAME_I, 0); }), "You must create file first\n");
+    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_open("/nowhere", "Rec_x.mp4", IRF_OPEN_READ); }),
               "SIrf_get_rec_info Failed(Rec_x.mp4)\n");
     for (const unsigned needed : {REC_INFO_PICTURE_SIZE, REC_INFO_FRAME_RATE, REC_INFO_AUDIO}) {
         m_info.info_mask = REC_INFO_CREATE & ~needed;
-        EXPECT_EQ(said([&] { return m_file.Irf_create("/nowhere", &m_info); }),
+        EXPECT_EQ(Said(-1, [&] { return m_file.Irf_create("/nowhere", &m_info); }),
                   "You must give the resolution or frame rate\n");
     }
     m_info.info_mask = REC_INFO_CREATE;
     g_container.result = -28;
-    EXPECT_EQ(said([&] { return m_file.Irf_create("/nowhere", &m_info); }),
+    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_create("/nowhere", &m_info); }),
               "kt_mp4_open(create) Failed(fn:/nowhere/" + name + ", w:1280, h:720, fr:25)\n");
     g_container.result = 0;
     m_file.Irf_create("/nowhere", &m_info);
     for (const int type : {2, 4, -1}) {
-        EXPECT_EQ(said([&] { return Write(type, 0); }),
+        EXPECT_EQ(Said(-1, [&] { return Write(type, 0); }),
                   "Invalid frame type(" + name + ")(" + std::to_string(type) + ")\n");
     }
     g_container.result = -28;
-    EXPECT_EQ(said([&] { return Write(IFS_FRAME_I, 0); }), "kt_mp4_write Failed(-28)(" + name + ")\n");
-    EXPECT_EQ(said([&] { return Read(39, &time); }), "It's not readable file(" + name + ")\n");
-    EXPECT_EQ(said([&] { return Read(38, &time); }), "Buffer is too small(38)\n");
-    EXPECT_EQ(said([&] { return m_file.Irf_read(&byte, 1); }), "You must open the file first(-1)\n");
-    EXPECT_EQ(said([&] { return m_file.Irf_seek(0, SEEK_SET); }), "You must open the file first(-1)\n");
+    EXPECT_EQ(Said(-1, [&] { return Write(IFS_FRAME_I, 0); }), "kt_mp4_write Failed(-28)(" + name + ")\n");
+    EXPECT_EQ(Said(-1, [&] { return Read(39, &time); }), "It's not readable file(" + name + ")\n");
+    EXPECT_EQ(Said(-1, [&] { return Read(38, &time); }), "Buffer is too small(38)\n");
+    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_read(&byte, 1); }), "You must open the file first(-1)\n");
+    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_seek(0, SEEK_SET); }), "You must open the file first(-1)\n");
 }
 
 TEST_F(RecFile, DescribesWhatTheContainerHolds)
@@ -166,13 +165,13 @@ TEST_F(RecFile, DescribesWhatTheContainerHolds)
     g_container.info.frame_rate = 281; // low 8 bits
     g_container.info.width = 640;
     m_info.info_mask = REC_INFO_NAME_AND_END | REC_INFO_CONTAINER | 0x200;
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(m_file.Irf_get_rec_info(&m_info), -1); }),
+    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_get_rec_info(&m_info); }),
               "Get information Failed(0x00000200)\n");
     EXPECT_EQ(m_info.rec.frame_rate, 25);
     EXPECT_EQ(m_info.rec.width, 640);
     EXPECT_EQ(Text(m_info.rec.end_tm), "2019-10-12 17:17:23");
     m_info.info_mask = REC_INFO_FILE_SIZE;
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(m_file.Irf_get_rec_info(&m_info), -1); }),
+    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_get_rec_info(&m_info); }),
               "stat Failed(/nowhere/Rec_20191012_171723_061_M.mp4)\n"
               "Ifsod_get_file_size Failed(Rec_20191012_171723_061_M.mp4)\n");
     g_container.info_result = -1; // the first frame that is read stands for the first of all
@@ -180,7 +179,7 @@ TEST_F(RecFile, DescribesWhatTheContainerHolds)
     g_container.read_kind = KT_MP4_AUDIO;
     g_container.read_pts = 7000;
     int time = 0;
-    EXPECT_EQ(Messages([&] { EXPECT_EQ(Read(47, &time), 16); }),
+    EXPECT_EQ(Said(16, [&] { return Read(47, &time); }),
               "kt_mp4_getinfo Failed(Rec_20191012_171723_061_M.mp4)\n");
     g_container.read_pts = 67000;
     Read(47, &time);
