@@ -82,6 +82,14 @@ inline std::string Messages(const std::function<void()>& action)
     return text;
 }
 
+/** Whether a text holds another. */
+inline testing::AssertionResult Holds(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos
+               ? testing::AssertionSuccess()
+               : testing::AssertionFailure() << "no '" << part << "' in: " << text;
+}
+
 /** What a call prints that shall return a number, without prefixes. */
 inline std::string Said(int result, const std::function<int()>& call)
 {

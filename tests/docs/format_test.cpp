@@ -72,11 +72,10 @@ std::map<std::string, Words> Examples()
 
 unsigned long Le32(const std::string& bytes, size_t offset)
 {
-    unsigned long value = 0;
-    for (size_t i = 4; i-- > 0;) {
-        value = value << 8 | static_cast<unsigned char>(bytes[offset + i]);
-    }
-    return value;
+    const auto at = [&](size_t i) {
+        return static_cast<unsigned long>(static_cast<unsigned char>(bytes[offset + i]));
+    };
+    return at(0) | at(1) << 8 | at(2) << 16 | at(3) << 24;
 }
 
 } // namespace

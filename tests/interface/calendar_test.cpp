@@ -45,5 +45,5 @@ TEST_F(Calendar, CountsRunningRecordingsAndPrintsEachDay)
     EXPECT_EQ(printed.substr(0, 89),
               "Calendar(stream type:0)(From 2019-09-30 16:00:00 To 2019-10-31 15:59:59)\n"
               "\tDay[01]:0\n\tDay[");
-    EXPECT_NE(printed.find("\tDay[20]:1\n"), std::string::npos);
+    EXPECT_TRUE(Holds(printed, "\tDay[20]:1\n"));
 }

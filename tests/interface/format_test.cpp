@@ -56,7 +56,7 @@ TEST_F(Format, EmptiesTheCardAndSatisfiesFsckAndMdir)
     ASSERT_EQ(Ifsi_umount(), 0);
     EXPECT_EQ(Ifsi_format(), 0);
     const std::string partition = Partition_file();
-    EXPECT_NE(Run("mdir -i " + partition + " ::").find("No files"), std::string::npos);
+    EXPECT_TRUE(Holds(Run("mdir -i " + partition + " ::"), "No files"));
     const std::string judged = Run("fsck.fat -n " + partition + " 2>&1 || true");
     EXPECT_EQ(judged.substr(judged.find('\n') + 1), // behind the version
               "Label '' stored in boot sector is not valid.\n  Auto-removing label from boot sector.\n\n"

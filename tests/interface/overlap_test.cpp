@@ -81,7 +81,7 @@ TEST_F(Overlap, DeletesTheOldestOfBothStreamsWhileSpaceIsShort)
                   "remove file(Rec_20191012_110000_061_M.mp4)\n"
                   "Remove file(" +
                   m_files + "/Rec_20191012_110000_061_M.mp4)\n");
-    EXPECT_NE(said.find("No file to remove\n"), std::string::npos);
+    EXPECT_TRUE(Holds(said, "No file to remove\n"));
 }
 
 TEST_F(Overlap, NeverDeletesWhatIsPlayedOrWritten)

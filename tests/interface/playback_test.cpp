@@ -123,7 +123,7 @@ TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
     Ifsi_set_debug_level(IFS_DEBUG_DETAIL);
     tm t = At(13, 0);
     const std::string said = Said(-1, [&] { return Ifsi_open_v2(&t, IFS_STREAM_SUB); });
-    EXPECT_NE(said.find("list_find_bitmap:0x00000000, 5, 1\n"), std::string::npos) << said;
+    EXPECT_TRUE(Holds(said, "list_find_bitmap:0x00000000, 5, 1\n"));
     Ifsi_set_debug_level(0);
     Ifsi_close(running, nullptr);
 }

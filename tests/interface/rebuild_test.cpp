@@ -45,12 +45,12 @@ TEST_F(Rebuild, DropsEntriesWithoutAFileAndTakesFilesWithoutAnEntry)
     Record(At(10, 0));
     const std::string copied = File(gone);
     remove((m_files + "/" + gone).c_str());
-    EXPECT_NE(Remount_messages(IFS_DEBUG_TRACE).find("Rewrite index file(0, 0, 1)\n"), std::string::npos);
+    EXPECT_TRUE(Holds(Remount_messages(IFS_DEBUG_TRACE), "Rewrite index file(0, 0, 1)\n"));
     EXPECT_EQ(Starts(IFS_STREAM_MAIN), "10:00:00");
     EXPECT_EQ(File("system_index_main").size(), 15u + 128);
 
     Put_file("Rec_20191012_110000_061_M.mp4", copied);
-    EXPECT_NE(Remount_messages(IFS_DEBUG_TRACE).find("Rewrite index file(0, 1, 0)\n"), std::string::npos);
+    EXPECT_TRUE(Holds(Remount_messages(IFS_DEBUG_TRACE), "Rewrite index file(0, 1, 0)\n"));
     EXPECT_EQ(Starts(IFS_STREAM_MAIN), "10:00:00 11:00:00");
     EXPECT_EQ(Text(Search(IFS_STREAM_MAIN).at(1).end_tm), "2019-10-12 11:00:09");
     EXPECT_EQ(File("system_index_main").size(), 15u + 2 * 128);
@@ -98,13 +98,13 @@ TEST_F(Rebuild, DiscardsADamagedIndexWholeAndWritesItAnew)
     };
     for (const auto& [damaged, message] : damages) {
         Put_file("system_index_main", damaged);
-        EXPECT_NE(Remount_messages(IFS_DEBUG_ERROR).find(message), std::string::npos) << message;
+        EXPECT_TRUE(Holds(Remount_messages(IFS_DEBUG_ERROR), message));
         EXPECT_EQ(Starts(IFS_STREAM_MAIN), "09:00:00 10:00:00");
         EXPECT_EQ(File("system_index_main").size(), index.size()) << message;
     }
     Put_file("system_index_sub", "system_index_v1");
-    EXPECT_NE(Remount_messages(IFS_DEBUG_ERROR).find("Load over!(1, " + m_files + "/system_index_sub, 0)\n"),
-              std::string::npos);
+    EXPECT_TRUE(
+        Holds(Remount_messages(IFS_DEBUG_ERROR), "Load over!(1, " + m_files + "/system_index_sub, 0)\n"));
 }
 
 TEST_F(Rebuild, SurvivesAnyBytesInAnIndexItem)
@@ -134,8 +134,8 @@ TEST_F(Rebuild, DeletesOnlyRecordFilesThatNoContainerCanRead)
     Put_file("Rec_20191012_090000_061_M.mp4", std::string(5000, 'x'));
     Put_file("Rec_20191012_100000_061_S.mp4", "");
     const std::string printed = Remount_messages(IFS_DEBUG_ERROR);
-    EXPECT_NE(printed.find("Remove file1(Rec_20191012_090000_061_M.mp4)\n"), std::string::npos) << printed;
-    EXPECT_NE(printed.find("Remove file3(Rec_20191012_100000_061_S.mp4)\n"), std::string::npos) << printed;
+    EXPECT_TRUE(Holds(printed, "Remove file1(Rec_20191012_090000_061_M.mp4)\n"));
+    EXPECT_TRUE(Holds(printed, "Remove file3(Rec_20191012_100000_061_S.mp4)\n"));
     EXPECT_FALSE(Exists("Rec_20191012_090000_061_M.mp4"));
     EXPECT_FALSE(Exists("Rec_20191012_100000_061_S.mp4"));
     for (const char* name : kept) {
@@ -190,7 +190,7 @@ TEST_F(Rebuild, OfAnEmptyCardWritesNothing)
     hostcard_fail(HOSTCARD_WRITE, 1, EIO, 0);
     const std::string printed = Remount_messages(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
     EXPECT_EQ(printed.find("write"), std::string::npos) << printed;
-    EXPECT_NE(printed.find("Ifsod_open_file Failed(" + m_files + "/system_index_main)\n"), std::string::npos);
+    EXPECT_TRUE(Holds(printed, "Ifsod_open_file Failed(" + m_files + "/system_index_main)\n"));
 }
 
 TEST_F(Rebuild, UsesTheDemoIndexWhenAsked)
