@@ -24,19 +24,19 @@ TEST_F(Rebuild, TakesIndexedRecordingsUnopened)
     const std::string index = File("system_index_main");
     hostcard_fail(HOSTCARD_WRITE, 1, EIO, 0); // the index must not be written, either
     const unsigned opens = hostcard_count(HOSTCARD_OPEN);
-    EXPECT_EQ(Remount_messages(IFS_DEBUG_TRACE | IFS_DEBUG_ERROR), "Build record file list start...\n"
-                                                                   "Load over!(0, " +
-                                                                       m_files +
-                                                                       "/system_index_main, 2)\n"
-                                                                       "Load over!(1, " +
-                                                                       m_files +
-                                                                       "/system_index_sub, 1)\n"
-                                                                       "Number of main stream record file:2\n"
-                                                                       "Number of sub stream record file:1\n"
-                                                                       "Build record file list end!!!\n");
+    const std::string path = m_files + "/system_index_";
+    const std::string expected = "Build record file list start...\n"
+                                 "Load over!(0, " +
+                                 path + "main, 2)\nLoad over!(1, " + path +
+                                 "sub, 1)\n"
+                                 "Number of main stream record file:2\nNumber of sub stream record file:1\n"
+                                 "Build record file list end!!!\n";
+    EXPECT_EQ(Remount_messages(IFS_DEBUG_TRACE | IFS_DEBUG_ERROR), expected);
     EXPECT_EQ(hostcard_count(HOSTCARD_OPEN), opens + 2);
     EXPECT_EQ(Starts(IFS_STREAM_MAIN), "09:00:00 10:00:00");
     EXPECT_EQ(File("system_index_main"), index);
+    Put_file("system_index_sub", "system_index_v1");
+    EXPECT_TRUE(Holds(Remount_messages(IFS_DEBUG_ERROR), "Load over!(1, " + path + "sub, 0)\n"));
 }
 
 TEST_F(Rebuild, DropsEntriesWithoutAFileAndTakesFilesWithoutAnEntry)
@@ -102,9 +102,6 @@ TEST_F(Rebuild, DiscardsADamagedIndexWholeAndWritesItAnew)
         EXPECT_EQ(Starts(IFS_STREAM_MAIN), "09:00:00 10:00:00");
         EXPECT_EQ(File("system_index_main").size(), index.size()) << message;
     }
-    Put_file("system_index_sub", "system_index_v1");
-    EXPECT_TRUE(
-        Holds(Remount_messages(IFS_DEBUG_ERROR), "Load over!(1, " + m_files + "/system_index_sub, 0)\n"));
 }
 
 TEST_F(Rebuild, SurvivesAnyBytesInAnIndexItem)
@@ -136,8 +133,7 @@ TEST_F(Rebuild, DeletesOnlyRecordFilesThatNoContainerCanRead)
     const std::string printed = Remount_messages(IFS_DEBUG_ERROR);
     EXPECT_TRUE(Holds(printed, "Remove file1(Rec_20191012_090000_061_M.mp4)\n"));
     EXPECT_TRUE(Holds(printed, "Remove file3(Rec_20191012_100000_061_S.mp4)\n"));
-    EXPECT_FALSE(Exists("Rec_20191012_090000_061_M.mp4"));
-    EXPECT_FALSE(Exists("Rec_20191012_100000_061_S.mp4"));
+    EXPECT_FALSE(Exists("Rec_20191012_090000_061_M.mp4") || Exists("Rec_20191012_100000_061_S.mp4"));
     for (const char* name : kept) {
         EXPECT_TRUE(Exists(name)) << name;
     }

@@ -28,13 +28,20 @@ TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
     EXPECT_EQ(File("system_index_main").size(), 143u);
     EXPECT_EQ(File("system_index_main").substr(0, 19), "system_index_v1ITEM");
 
-    const auto found = Search(IFS_STREAM_MAIN);
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(Text(found[0].end_tm), "2019-10-12 17:17:32");
-    EXPECT_EQ(found[0].video_res, 6);
-    EXPECT_EQ(found[0].frame_rate, 25);
-    EXPECT_EQ(found[0].width, 320);
-    EXPECT_GT(found[0].file_size, 1000);
+    const _ifs_rec_file_ rec = Search(IFS_STREAM_MAIN).at(0);
+    EXPECT_EQ(Text(rec.end_tm), "2019-10-12 17:17:32");
+    EXPECT_EQ(Numbers({rec.video_res, rec.video_system, rec.frame_rate, rec.width, rec.height}),
+              "6 1 25 320 240");
+    EXPECT_EQ(
+        Numbers({rec.have_audio, rec.audio_profile, rec.audio_sample_rate_index, rec.audio_channel_conf}),
+        "0 2 11 1");
+    EXPECT_GT(rec.file_size, 1000);
+
+    // The end of a recording under a second is its start made regular.
+    const int leap = Create(At(22, 59, 60));
+    Write_seconds(leap, 1);
+    Ifsi_close(leap, nullptr);
+    EXPECT_EQ(Text(Search(IFS_STREAM_MAIN).at(1).end_tm), "2019-10-12 23:00:00");
 }
 
 TEST_F(Recording, WithoutFramesIsDeleted)

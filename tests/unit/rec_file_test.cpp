@@ -134,8 +134,6 @@ TEST_F(RecFile, SaysWhatCannotBeDone)
     int time = 0;
     char byte;
     EXPECT_EQ(Said(-1, [&] { return Write(IFS_FRAME_I, 0); }), "You must create file first\n");
-    EXPECT_EQ(Said(-1, [&] { return m_file.Irf_open("/nowhere", "Rec_x.mp4", IRF_OPEN_READ); }),
-              "SIrf_get_rec_info Failed(Rec_x.mp4)\n");
     for (const unsigned needed : {REC_INFO_PICTURE_SIZE, REC_INFO_FRAME_RATE, REC_INFO_AUDIO}) {
         m_info.info_mask = REC_INFO_CREATE & ~needed;
         EXPECT_EQ(Said(-1, [&] { return m_file.Irf_create("/nowhere", &m_info); }),
@@ -184,25 +182,4 @@ TEST_F(RecFile, DescribesWhatTheContainerHolds)
     g_container.read_pts = 67000;
     Read(47, &time);
     EXPECT_EQ(time, 1570900643 + 60);
-}
-
-TEST_F(RecFile, EndsWhereItsLastFrameDoes)
-{
-    m_info.rec.start_tm = Utc(2019, 10, 12, 23, 59, 60);
-    m_file.Irf_create("/nowhere", &m_info);
-    Write(IFS_FRAME_I, 5000000);
-    Write(IFS_FRAME_P, 65999999);
-    Ifsi_set_debug_level(0);
-    m_info.info_mask = REC_INFO_END_TIME;
-    const auto printed = [&](int duration_ms) {
-        g_container.info.duration = duration_ms;
-        return Messages([&] { m_file.Irf_get_rec_info(&m_info); });
-    };
-    const std::string name = "recording file(Rec_20191012_235960_000_M.mp4) ";
-    EXPECT_EQ(printed(0),
-              name +
-                  "end time(2019-10-12 23:59:60)(first pts:5000 ms, duration:60 seconds)(mp4 duration:0)\n");
-    EXPECT_EQ(
-        printed(61000),
-        name + "end time(2019-10-13 00:01:01)(first pts:5000 ms, duration:60 seconds)(mp4 duration:61000)\n");
 }
