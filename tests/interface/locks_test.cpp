@@ -50,9 +50,6 @@ protected:
                : lock == LOCK_WRITE   ? pgIfs_write_tl
                                       : pgIfs_read_tl;
     }
-
-    tm m_t = At(10, 0);
-    _ifs_rec_file_ m_rec{};
 };
 
 TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
@@ -63,67 +60,38 @@ TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
         std::function<void()> run;
     };
     const unsigned i = LOCK_INTERFACE, w = LOCK_WRITE, r = LOCK_READ;
-    tm t = m_t;
+    tm t = At(10, 0);
+    char path[128] = "x";
+    unsigned char days[31];
+    _ifs_rec_file_ rec{};
+    _ifs_system_info_ info;
     const std::vector<Call> calls = {
-        {"Ifsi_mount", i, [&] { Ifsi_mount("/"); }},
+        {"Ifsi_mount", i, [] { Ifsi_mount("/"); }},
         {"Ifsi_umount", i, [] { Ifsi_umount(); }},
         {"Ifsi_format", i, [] { Ifsi_format(); }},
         {"Ifsi_is_full", i, [] { Ifsi_is_full(); }},
-        {"Ifsi_get_system_info", i,
-         [] {
-             _ifs_system_info_ info;
-             Ifsi_get_system_info(&info);
-         }},
+        {"Ifsi_get_system_info", i, [&] { Ifsi_get_system_info(&info); }},
         {"Ifsi_create", i | w, [this] { Create(At(10, 0)); }},
         {"Ifsi_write", w, [] { Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0); }},
         {"Ifsi_close", i | w | r, [] { Ifsi_close(99, nullptr); }},
-        {"Ifsi_open", i | r,
-         [] {
-             _ifs_rec_file_ rec{};
-             Ifsi_open(&rec);
-         }},
-        {"Ifsi_open_v2", i | r, [t]() mutable { Ifsi_open_v2(&t, IFS_STREAM_MAIN); }},
-        {"Ifsi_open_v3", i | r,
-         [] {
-             char name[] = "x";
-             Ifsi_open_v3(name);
-         }},
-        {"Ifsi_stat", r,
-         [] {
-             _ifs_rec_file_ rec;
-             Ifsi_stat(99, &rec);
-         }},
+        {"Ifsi_open", i | r, [&] { Ifsi_open(&rec); }},
+        {"Ifsi_open_v2", i | r, [&] { Ifsi_open_v2(&t, IFS_STREAM_MAIN); }},
+        {"Ifsi_open_v3", i | r, [&] { Ifsi_open_v3(path); }},
+        {"Ifsi_stat", r, [&] { Ifsi_stat(99, &rec); }},
         {"Ifsi_read", r,
          [] { Ifsi_read(99, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }},
         {"Ifsi_read_v2", r, [] { Ifsi_read_v2(99, nullptr, 0, nullptr, nullptr); }},
         {"Ifsi_read_standard", r, [] { Ifsi_read_standard(99, nullptr, 0); }},
         {"Ifsi_seek", r, [] { Ifsi_seek(99, 0, SEEK_SET); }},
         {"Ifsi_tseek", r, [] { Ifsi_tseek(99, 0); }},
-        {"Ifsi_get_file_name", 0,
-         [] {
-             _ifs_rec_file_ rec{};
-             char path[128];
-             Ifsi_get_file_name(&rec, path);
-         }},
-        {"Ifsi_get_file_name_v2", r,
-         [t]() mutable {
-             char path[128];
-             Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path);
-         }},
-        {"Ifsi_get_latest_rec_time", i,
-         [] {
-             tm latest;
-             Ifsi_get_latest_rec_time(&latest);
-         }},
-        {"Ifsi_find_open", i, [t]() mutable { Ifsi_find_open(&t, &t, IFS_STREAM_MAIN); }},
+        {"Ifsi_get_file_name", 0, [&] { Ifsi_get_file_name(&rec, path); }},
+        {"Ifsi_get_file_name_v2", r, [&] { Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path); }},
+        {"Ifsi_get_latest_rec_time", i, [&] { Ifsi_get_latest_rec_time(&t); }},
+        {"Ifsi_find_open", i, [&] { Ifsi_find_open(&t, &t, IFS_STREAM_MAIN); }},
         {"Ifsi_find_close", i, [] { Ifsi_find_close(99); }},
         {"Ifsi_find_get_count", i, [] { Ifsi_find_get_count(99); }},
         {"Ifsi_find_next", i, [] { Ifsi_find_next(99, 1, nullptr); }},
-        {"Ifsi_get_rec_calendar", i,
-         [t]() mutable {
-             unsigned char days[31];
-             Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days);
-         }},
+        {"Ifsi_get_rec_calendar", i, [&] { Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days); }},
         {"Ifsi_get_file_number", i, [this] { Counts(); }},
         {"Ifsi_loading_rebuilding_index_file_flag", 0, [] { Ifsi_loading_rebuilding_index_file_flag(); }},
         {"Ifsi_set_overlap", 0, [] { Ifsi_set_overlap(1); }},
