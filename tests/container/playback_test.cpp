@@ -67,8 +67,8 @@ TEST(Playback, AudioComesBackAsItWasWritten)
         if (i % 3 == 1)
             mixed[i] = raw[i];
     }
-    Frame checked = raw.back(); // with a checksum: 9 bytes of header
-    checked.bytes = std::string("\xff\xf0\x50\x40\x01\xbf\xfc\x12\x34", 9) + "abcd";
+    Frame checked = raw.back(); // with a checksum: 9 bytes of header; its length takes all bits of its field
+    checked.bytes = std::string("\xff\xf0\x50\x41\x78\x3f\xfc\x12\x34", 9) + std::string(3000, 'x');
     mixed.push_back(checked);
 
     for (const Frames& frames : {adts, raw, mixed}) {

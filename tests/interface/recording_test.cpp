@@ -140,6 +140,8 @@ TEST_F(Recording, NeverOverwritesAnotherAndGivesItsHandleBack)
     }
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Said(-1, [&] { return Create(At(12, 0)); }), "There is no free handle\n");
+    std::string played = name;
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_open_v3(played.data()); }), "There is no free handle\n");
     Ifsi_set_debug_level(0);
     for (const int fd : open) {
         Ifsi_close(fd, nullptr);
