@@ -75,6 +75,14 @@ tm Times::any()
     return t;
 }
 
+tm Times::at(unsigned place) const
+{
+    const time_t time = m_first + static_cast<time_t>(place) * m_step_s;
+    tm t{};
+    gmtime_r(&time, &t);
+    return t;
+}
+
 tm Times::moved(const tm& t, long long seconds)
 {
     tm copy = t;
@@ -85,6 +93,8 @@ tm Times::moved(const tm& t, long long seconds)
 
 tm Times::end_of(const tm& start, int seconds)
 {
+    if (m_orderly && m_random.below(300) != 0)
+        return moved(start, (m_random.chance(95) ? 1 : m_random.between(2, 12)) * m_step_s);
     const unsigned kind = m_random.below(100);
     if (kind < 60)
         return moved(start, seconds);
@@ -129,8 +139,12 @@ Population::Population(const std::string& files, const std::string& scratch, con
 
 void Population::fill()
 {
-    for (unsigned left = recordings_of_a_card(m_random); left > 0; left--)
-        put_recording();
+    const unsigned count = recordings_of_a_card(m_random);
+    const bool orderly = count > 100 && m_random.chance(60);
+    if (orderly)
+        m_times.be_orderly();
+    for (unsigned i = 0; i < count; i++)
+        put_recording(orderly ? m_times.at(i) : some_start());
     for (unsigned left = m_random.below(4); left > 0; left--)
         put_foreign_file();
     put_index("system_index_main", m_items[0]);
@@ -143,7 +157,7 @@ void Population::meddle()
 {
     const unsigned kind = m_random.below(5);
     if (kind == 0 || m_names.empty())
-        put_recording();
+        put_recording(some_start());
     else if (kind == 1)
         put_foreign_file();
     else if (kind == 2)
@@ -154,10 +168,14 @@ void Population::meddle()
         put_index(m_random.one_of({"system_index_main", "system_index_sub"}), m_items[m_random.below(2)]);
 }
 
-void Population::put_recording()
+tm Population::some_start()
+{
+    return !m_starts.empty() && m_random.chance(8) ? m_random.one_of(m_starts) : m_times.any();
+}
+
+void Population::put_recording(const tm& start)
 {
     const int stream = m_random.chance(40);
-    const tm start = !m_starts.empty() && m_random.chance(8) ? m_random.one_of(m_starts) : m_times.any();
     const int video_res = m_random.one_of({6, 6, 6, 6, 0, 12, 99}),
               video_system = m_random.one_of({1, 1, 1, 0, 9});
     const Footage& footage = m_random.one_of(m_footage);

@@ -25,6 +25,10 @@ public:
 
     /** A time on the run's grid or a second beside it; rarely another day, or none of the calendar. */
     tm any();
+    /** The time of a place on the grid. */
+    tm at(unsigned place) const;
+    /** From now on recordings end about where the next one starts. */
+    void be_orderly() { m_orderly = true; }
     /** A time moved by seconds, normalised. */
     static tm moved(const tm& t, long long seconds);
     /** An end for a recording that starts then: seconds later as a rule, rarely in front of it or years
@@ -36,6 +40,7 @@ private:
     time_t m_first;
     int m_step_s;
     unsigned m_steps;
+    bool m_orderly = false;
 };
 
 /** A record file's name, of codes as they stand. */
@@ -61,7 +66,8 @@ public:
     const std::vector<std::string>& names() const { return m_names; }
 
 private:
-    void put_recording();
+    void put_recording(const tm& start);
+    tm some_start();
     void put_bytes(const std::string& name, const std::string& bytes);
     void put_foreign_file();
     void put_index(const char* name, std::vector<std::string> items);

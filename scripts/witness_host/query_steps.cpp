@@ -77,6 +77,25 @@ void Run::find_close()
     m_searches.erase(chosen);
 }
 
+/** Narrow searches, whose bounds lie where recordings start and end as a rule. */
+void Run::find_much()
+{
+    Ifsi_set_debug_level(0);
+    std::vector<_ifs_rec_file_> found(results_max);
+    for (unsigned left = 40; left > 0; left--) {
+        tm from = some_time(), to = Times::moved(from, m_random.one_of({0, 0, 1, 3600}));
+        const int search = Ifsi_find_open(&from, &to, m_random.one_of({IFS_STREAM_MAIN, IFS_STREAM_SUB}));
+        const int count = Ifsi_find_next(search, results_max, found.data());
+        std::string all;
+        for (int i = 0; i < count; i++)
+            all += text(found[static_cast<size_t>(i)]);
+        say("%s: %d, %d, %016llx", text(from).c_str(), Ifsi_find_get_count(search), count,
+            static_cast<unsigned long long>(checksum(all.data(), all.size())));
+        Ifsi_find_close(search);
+    }
+    Ifsi_set_debug_level(m_level);
+}
+
 void Run::calendar()
 {
     tm from = some_time(), to = some_time();

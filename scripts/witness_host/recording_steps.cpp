@@ -63,6 +63,8 @@ void Run::write_much()
     constexpr int check_bytes = 33554432;
     const int bytes = m_random.one_of({check_bytes, check_bytes - 1, check_bytes / 2, INT_MAX});
     const int second = m_random.one_of({0, 0, 1, check_bytes});
+    if (m_random.chance(60))
+        free_space();
     for (int i = m_random.between(1, 3); i > 0; i--)
         say("write: %d", Ifsi_write(77, nullptr, bytes, nullptr, second, IFS_FRAME_P, 0));
     write();

@@ -100,6 +100,7 @@ private:
     /* query_steps.cpp */
     void find_open();
     void find_next();
+    void find_much();
     void find_close();
     void calendar();
     void latest();
