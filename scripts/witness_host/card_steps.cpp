@@ -25,7 +25,7 @@ void Run::mount()
 
 void Run::umount()
 {
-    const bool tidy = m_random.chance(50);
+    const bool tidy = m_random.chance(m_hoards ? 5 : 50);
     for (Handle& handle : m_handles) {
         if (handle.open && tidy)
             say("close %d: %d", handle.fd, Ifsi_close(handle.fd, nullptr));
@@ -77,7 +77,10 @@ void Run::init()
 
 void Run::ticks()
 {
-    unsigned count = 1 + m_random.below(m_entries.size() > 120 ? 150 : 6);
+    const bool many = m_entries.size() > 120;
+    if (many && m_random.chance(50))
+        gFs_max_file_number = 1;
+    unsigned count = 1 + m_random.below(many ? 150 : 6);
     for (; count > 0; count--)
         tick();
 }

@@ -33,8 +33,10 @@ void Run::opened(int fd, const tm& start, bool legacy)
 
 void Run::open()
 {
-    _ifs_rec_file_ rec = some_entry();
-    opened(Ifsi_open(&rec), rec.start_tm, false);
+    for (int left = m_hoards ? m_random.between(1, 12) : 1; left > 0; left--) {
+        _ifs_rec_file_ rec = some_entry();
+        opened(Ifsi_open(&rec), rec.start_tm, false);
+    }
 }
 
 void Run::open_by_time()
@@ -45,6 +47,20 @@ void Run::open_by_time()
     opened(legacy ? rec_open(m_random.between(0, 1), &t, stream) : Ifsi_open_v2(&t, stream), t, legacy);
     if (m_random.chance(60))
         stat();
+}
+
+/** Look which recording a time leads to, without keeping it open. */
+void Run::open_much()
+{
+    Ifsi_set_debug_level(0);
+    for (unsigned left = 30; left > 0; left--) {
+        tm t = some_time();
+        const int fd = Ifsi_open_v2(&t, m_random.chance(80) ? IFS_STREAM_SUB : IFS_STREAM_MAIN);
+        say("open %s: %d", text(t).c_str(), fd);
+        if (fd > 0)
+            Ifsi_close(fd, nullptr);
+    }
+    Ifsi_set_debug_level(m_level);
 }
 
 void Run::open_by_name()

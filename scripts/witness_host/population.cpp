@@ -96,8 +96,10 @@ tm Times::end_of(const tm& start, int seconds)
     if (m_orderly && m_random.below(300) != 0)
         return moved(start, (m_random.chance(95) ? 1 : m_random.between(2, 12)) * m_step_s);
     const unsigned kind = m_random.below(100);
-    if (kind < 60)
+    if (kind < 50)
         return moved(start, seconds);
+    if (kind < 60)
+        return at(m_steps / 2); // where others end, too
     if (kind < 85)
         return moved(start, m_random.below(4) * static_cast<unsigned>(m_step_s));
     if (kind < 93)

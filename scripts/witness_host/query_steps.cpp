@@ -37,9 +37,13 @@ void Run::find_open()
     say("find open: %d, holds %d", search, Ifsi_find_get_count(search));
     if (search > 0)
         m_searches.push_back(search);
+    if (m_hoards && m_random.chance(70)) {
+        find_open();
+        return;
+    }
     if (m_random.chance(70))
         find_next();
-    if (m_random.chance(60))
+    if (m_random.chance(m_hoards ? 10 : 60))
         find_close();
 }
 

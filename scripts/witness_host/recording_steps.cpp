@@ -72,9 +72,11 @@ void Run::write_much()
 
 void Run::close()
 {
+    if (m_hoards && m_random.chance(60))
+        return;
     Handle handle = some_handle(m_random.chance(70));
     const int seconds = static_cast<int>(std::min<unsigned long long>(handle.pts_us / 1000000, 100000));
-    tm end = m_times.end_of(handle.start, seconds);
+    tm end = some_end(handle.start, seconds);
     const bool given = m_random.chance(50);
     const int result = m_random.chance(90) ? Ifsi_close(handle.fd, given ? &end : nullptr)
                                            : rec_close(handle.fd, given ? &end : nullptr);
@@ -97,7 +99,7 @@ void Run::record_whole()
                    second % 4 == 0 ? IFS_FRAME_I : IFS_FRAME_P,
                    handle.pts_us + static_cast<unsigned>(second) * 1000000ULL);
     }
-    tm end = m_times.end_of(handle.start, seconds);
+    tm end = some_end(handle.start, seconds);
     say("close: %d", Ifsi_close(handle.fd, m_random.chance(60) ? &end : nullptr));
     handle.open = false;
 }

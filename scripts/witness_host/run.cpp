@@ -68,6 +68,7 @@ const Run::Operation Run::operations[] = {
     {"record", 8, &Run::record_whole},
     {"open", 4, &Run::open},
     {"open_by_time", 10, &Run::open_by_time},
+    {"open_much", 5, &Run::open_much},
     {"open_by_name", 4, &Run::open_by_name},
     {"stat", 4, &Run::stat},
     {"read", 8, &Run::read},
@@ -92,6 +93,7 @@ Run::Run(uint64_t seed, const std::string& folder, const Features& features, boo
 {
     m_calm = !m_features.faults || m_random.chance(60);
     m_looks = m_random.chance(85);
+    m_hoards = m_random.chance(15);
 }
 
 void Run::perform()
@@ -313,6 +315,12 @@ Run::Handle* Run::entry_of(int fd)
         if (handle.fd == fd && handle.open)
             return &handle;
     return nullptr;
+}
+
+tm Run::some_end(const tm& start, int seconds)
+{
+    return !m_entries.empty() && m_random.chance(20) ? m_random.one_of(m_entries).end_tm
+                                                     : m_times.end_of(start, seconds);
 }
 
 _ifs_rec_file_ Run::some_entry()

@@ -57,6 +57,8 @@ private:
     Handle some_handle(bool writes);
     Handle* entry_of(int fd);
     _ifs_rec_file_ some_entry();
+    /** An end for a recording, now and then that of another one. */
+    tm some_end(const tm& start, int seconds);
 
     /* card_steps.cpp */
     void mount();
@@ -86,6 +88,7 @@ private:
     void opened(int fd, const tm& start, bool legacy);
     void open();
     void open_by_time();
+    void open_much();
     void open_by_name();
     void stat();
     void read();
@@ -110,8 +113,9 @@ private:
     std::string m_folder;
     Features m_features;
     bool m_show_calls;
-    bool m_calm;  ///< without faults
-    bool m_looks; ///< after each step
+    bool m_calm;   ///< without faults
+    bool m_looks;  ///< after each step
+    bool m_hoards; ///< handles, up to the last one
     std::string m_card;
     std::string m_files;
     Times m_times;
