@@ -1,7 +1,6 @@
 #include "container/file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -9,8 +8,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "container/failure.h"
+
 namespace ifs_mp4
 {
+
+Fd::~Fd()
+{
+    KeptErrno kept;
+    reset();
+}
 
 Fd& Fd::operator=(Fd&& other) noexcept
 {
@@ -40,6 +47,8 @@ bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset)
         ssize_t written = pwrite(fd, data, size, static_cast<off_t>(offset));
         if (written < 0 && errno == EINTR)
             continue;
+        if (written == 0)
+            errno = EIO;
         if (written <= 0)
             return false;
         data += written;
@@ -51,6 +60,7 @@ bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset)
 
 void discard_from(int fd, uint64_t offset)
 {
+    KeptErrno kept;
     int ignored = ftruncate(fd, static_cast<off_t>(offset));
     static_cast<void>(ignored);
 }
@@ -82,7 +92,7 @@ bool Source::refresh()
     struct stat status = {};
     m_window_size = 0;
     if (fstat(m_fd, &status) != 0) {
-        m_failed = true;
+        m_error = errno;
         return false;
     }
     if (!S_ISREG(status.st_mode))
@@ -108,7 +118,8 @@ uint64_t Source::readable_end()
         else
             end = probe - 1;
     }
-    m_failed = m_failed || readable < m_size;
+    if (readable < m_size)
+        m_error = EIO;
     return readable;
 }
 
@@ -119,8 +130,10 @@ size_t Source::read_some(uint64_t offset, uint8_t* out, size_t size)
         ssize_t got = pread(m_fd, out + done, size - done, static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR)
             continue;
+        if (got == 0)
+            errno = EIO; // the file was longer when its size was taken
         if (got < 0)
-            m_failed = true;
+            m_error = errno;
         if (got <= 0)
             break;
         done += static_cast<size_t>(got);
@@ -147,7 +160,9 @@ const uint8_t* Source::at(uint64_t offset, size_t size)
 
 bool Source::read(uint64_t offset, uint8_t* out, size_t size)
 {
-    return size <= m_size && offset <= m_size - size && read_some(offset, out, size) == size;
+    if (size > m_size || offset > m_size - size)
+        return fail(EBADMSG);
+    return read_some(offset, out, size) == size;
 }
 
 bool Source::read_on(uint64_t offset, uint8_t* out, size_t size)

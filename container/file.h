@@ -20,7 +20,7 @@ class Fd
 public:
     Fd() = default;
     explicit Fd(int fd) : m_fd(fd) {}
-    ~Fd() { reset(); }
+    ~Fd();
     Fd(Fd&& other) noexcept : m_fd(other.release()) {}
     Fd& operator=(Fd&& other) noexcept;
 
@@ -34,10 +34,12 @@ private:
     int m_fd = -1;
 };
 
-/** Write all bytes at an offset. @return false on an error; part of them may have been written */
+/** Write all bytes at an offset. @return false on an error (errno); part of them may have been written */
 bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset);
 
-/** Take back a write that failed. Bytes that even that leaves are overwritten by the next write there. */
+/** Take back a write that failed. Bytes that even that leaves are overwritten by the next write there. errno
+ * stays.
+ */
 void discard_from(int fd, uint64_t offset);
 
 std::string folder_of(const char* path);
@@ -78,11 +80,13 @@ public:
     uint64_t readable_end();
     uint64_t size() const { return m_size; }
     /** Whether a read failed for another reason than the file's end. */
-    bool failed() const { return m_failed; }
+    bool failed() const { return m_error != 0; }
+    /** errno of the last read that did, 0 without one. */
+    int error() const { return m_error; }
 
     /** @return bytes in place until the next call, at most window_bytes; null: past the end, I/O error */
     const uint8_t* at(uint64_t offset, size_t size);
-    /** Copy size bytes. @return false: past the end, I/O error */
+    /** Copy size bytes. @return false, errno says why: past the end (EBADMSG), I/O error */
     bool read(uint64_t offset, uint8_t* out, size_t size);
     /** As read(), for small pieces that lie one behind the other. */
     bool read_on(uint64_t offset, uint8_t* out, size_t size);
@@ -92,7 +96,7 @@ private:
 
     int m_fd;
     uint64_t m_size = 0;
-    bool m_failed = false;
+    int m_error = 0;
     uint64_t m_window_offset = 0;
     size_t m_window_size = 0;
     uint8_t m_window[window_bytes]; // m_window_size of them count

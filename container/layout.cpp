@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "container/failure.h"
 #include "container/file.h"
 
 namespace ifs_mp4
@@ -554,7 +555,7 @@ bool finish_file(int fd, Movie& movie, uint64_t data_end)
     moov.reserve(static_cast<size_t>(moov_bound(movie.tables, 0)));
     put_final_moov(moov, movie);
     if (data_end + moov.size() > max_file_bytes)
-        return false;
+        return fail(EFBIG);
     if (!write_at(fd, moov.data(), moov.size(), data_end)) {
         discard_from(fd, data_end);
         return false;

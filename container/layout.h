@@ -84,7 +84,7 @@ void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie
  * in front of it. Whatever interrupts this, the frames can be read.
  *
  * @param data_end  where the last moov begins; what lies behind is lost
- * @return false on an I/O error, or when the file would grow too large
+ * @return false, errno says why: an I/O error, the file would grow too large (EFBIG)
  */
 bool finish_file(int fd, Movie& movie, uint64_t data_end);
 

@@ -8,17 +8,17 @@
 #include <memory>
 #include <new>
 
+#include "container/failure.h"
 #include "container/reader.h"
 #include "container/writer.h"
 
 namespace
 {
 
+using ifs_mp4::failure;
 using ifs_mp4::Pieces;
 using ifs_mp4::Reader;
 using ifs_mp4::Writer;
-
-constexpr int failure = -1;
 
 /** What a handle points to: one of the two. */
 struct File {
@@ -29,7 +29,7 @@ struct File {
 
 int result(bool success)
 {
-    return success ? 0 : failure;
+    return success ? 0 : -1;
 }
 
 /** Call a function that may run out of memory. */
@@ -39,7 +39,7 @@ int guarded(Function function)
     try {
         return function();
     } catch (const std::exception&) {
-        return failure;
+        return failure(ENOMEM);
     }
 }
 
@@ -55,8 +55,10 @@ void set_name(File& file, const char* path)
 void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_profile,
                   int audio_sample_rate_index, int audio_channel_conf, int mode, int have_audio, int, int)
 {
-    if (!path || (mode & (KT_MP4_READ | KT_MP4_CREATE | KT_MP4_PROBE)) == 0)
+    if (!path || (mode & (KT_MP4_READ | KT_MP4_CREATE | KT_MP4_PROBE)) == 0) {
+        errno = EINVAL;
         return nullptr;
+    }
     kt_mfile_info_t info{};
     info.width = width;
     info.height = height;
@@ -74,6 +76,7 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
             file->reader = Reader::open(path, (mode & KT_MP4_READ) == 0);
         return file->writer || file->reader ? file.release() : nullptr;
     } catch (const std::exception&) {
+        errno = ENOMEM;
         return nullptr;
     }
 }
@@ -81,10 +84,10 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
 int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int len2, unsigned int timestamp)
 {
     auto* file = static_cast<File*>(handle);
-    bool valid = file && file->writer && len1 >= 0 && len2 >= 0 && (data1 || len1 == 0) &&
-                 (data2 || len2 == 0) && (len1 > 0 || len2 > 0);
-    if (!valid)
-        return failure;
+    if (!file || !file->writer)
+        return failure(EBADF);
+    if (len1 < 0 || len2 < 0 || (!data1 && len1 > 0) || (!data2 && len2 > 0) || (len1 == 0 && len2 == 0))
+        return failure(EINVAL);
     Pieces frame(data1, static_cast<size_t>(len1), data2, static_cast<size_t>(len2));
     return guarded([&] { return result(file->writer->write(kind, frame, timestamp)); });
 }
@@ -92,8 +95,10 @@ int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int
 int kt_mp4_read(void* handle, int* kind, char* buf, int capacity, unsigned int* timestamp)
 {
     auto* file = static_cast<File*>(handle);
-    if (!file || !file->reader || !kind || !timestamp || capacity < 0 || (!buf && capacity > 0))
-        return failure;
+    if (!file || !file->reader)
+        return failure(EBADF);
+    if (!kind || !timestamp || capacity < 0 || (!buf && capacity > 0))
+        return failure(EINVAL);
     return guarded([&] { return file->reader->read(*kind, buf, static_cast<size_t>(capacity), *timestamp); });
 }
 
@@ -101,7 +106,7 @@ int kt_mp4_seek_read(void* handle, unsigned int offset)
 {
     auto* file = static_cast<File*>(handle);
     if (!file || !file->reader)
-        return failure;
+        return failure(EBADF);
     return result(file->reader->seek(offset));
 }
 
@@ -109,7 +114,7 @@ int kt_mp4_getinfo(void* handle, kt_mfile_info_t* info)
 {
     auto* file = static_cast<File*>(handle);
     if (!file || !info)
-        return failure;
+        return failure(EINVAL);
     *info = file->writer ? file->writer->info() : file->reader->info();
     std::copy_n(file->name, sizeof file->name, info->name);
     return 0;
@@ -119,14 +124,14 @@ int kt_mp4_flush(void* handle)
 {
     auto* file = static_cast<File*>(handle);
     if (!file)
-        return failure;
+        return failure(EBADF);
     return guarded([&] { return result(!file->writer || file->writer->flush()); });
 }
 
 int kt_mp4_close(void* handle)
 {
     if (!handle)
-        return failure;
+        return failure(EBADF);
     std::unique_ptr<File> file(static_cast<File*>(handle));
     return guarded([&] { return result(!file->writer || file->writer->close()); });
 }

@@ -9,6 +9,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "container/failure.h"
 #include "container/fragments.h"
 #include "container/layout.h"
 
@@ -17,7 +18,6 @@ namespace ifs_mp4
 namespace
 {
 
-constexpr int failure = -1;
 constexpr uint8_t start_code[] = {0, 0, 0, 1};
 
 /** The parameter sets of a decoder configuration in Annex B; what is damaged is left out. */
@@ -92,17 +92,21 @@ std::unique_ptr<Reader> Reader::open(const char* path, bool info_only)
     if (missing || (!fd && !info_only))
         return nullptr;
     std::unique_ptr<Reader> reader(new Reader(std::move(fd), info_only));
-    bool failed = false;
+    bool failed = true;
+    int error = ENOMEM;
     try {
         if (reader->load(path))
             return reader;
         failed = reader->m_source.failed();
+        error = failed ? reader->m_source.error() : EBADMSG;
     } catch (const std::bad_alloc&) {
-        failed = true;
     }
     // What was not seen whole must not be taken for damaged.
-    if (!info_only || !failed)
+    if (!info_only || !failed) {
+        reader.reset();
+        errno = error;
         return nullptr;
+    }
     reader->m_movie = {};
     return reader;
 }
@@ -367,7 +371,7 @@ bool Reader::grow()
 int Reader::read(int& kind, char* buf, size_t capacity, uint32_t& timestamp)
 {
     if (m_info_only)
-        return failure;
+        return failure(EBADF);
     int track = current_track();
     if (track < 0)
         return 0;
@@ -377,21 +381,20 @@ int Reader::read(int& kind, char* buf, size_t capacity, uint32_t& timestamp)
     bool fits = cursor.size() <= capacity;
     // Among sizes of which one is wrong, a picture shows by its NAL units whether its own is right.
     bool sound = lies_in_file && (m_checked[track].sound || (track == video_track && fits));
+    if (sound && !fits)
+        return failure(EMSGSIZE);
     int length = 0;
-    if (sound) {
-        if (!fits)
-            return failure;
+    if (sound)
         length = track == audio_track ? read_audio(cursor, buf, capacity) : read_video(cursor, buf, capacity);
-    }
     if (length < 0)
-        return failure;
+        return length;
     if (length > 0) {
         timestamp = cursor.timestamp_ms();
         bool key = cursor.is_key();
         kind = track == audio_track ? KT_MP4_AUDIO : key ? KT_MP4_VIDEO_KEY : KT_MP4_VIDEO_OTHER;
     }
     step(track);
-    return length > 0 ? length : failure;
+    return length > 0 ? length : failure(EBADMSG);
 }
 
 bool Reader::load_sample(const TrackCursor& cursor)
@@ -401,13 +404,13 @@ bool Reader::load_sample(const TrackCursor& cursor)
     return m_source.read(cursor.offset(), m_sample.data(), cursor.size());
 }
 
-/** @return length in buf, 0: the sample is damaged, negative: it cannot be read, or buf is too small */
+/** @return length in buf, 0: the sample is damaged, -1 (errno): it cannot be read, or buf is too small */
 int Reader::read_video(const TrackCursor& cursor, char* buf, size_t capacity)
 {
     if (m_own_video)
         return read_own_video(cursor, reinterpret_cast<uint8_t*>(buf));
     if (!load_sample(cursor))
-        return failure;
+        return -1;
     const uint8_t* nal = nullptr;
     size_t size = 0;
     size_t total = 0;
@@ -421,7 +424,7 @@ int Reader::read_video(const TrackCursor& cursor, char* buf, size_t capacity)
         return 0;
     bool bare = cursor.is_key() && !has_sps && !m_parameter_sets.empty();
     if (total + (bare ? m_parameter_sets.size() : 0) > capacity)
-        return failure;
+        return failure(EMSGSIZE);
     char* out = buf;
     if (bare)
         out = std::copy(m_parameter_sets.begin(), m_parameter_sets.end(), out);
@@ -437,7 +440,7 @@ int Reader::read_video(const TrackCursor& cursor, char* buf, size_t capacity)
 int Reader::read_own_video(const TrackCursor& cursor, uint8_t* buf)
 {
     if (!m_source.read(cursor.offset(), buf, cursor.size()))
-        return failure;
+        return -1;
     const uint8_t* nal = nullptr;
     size_t size = 0;
     NalWalk walk(buf, cursor.size(), sizeof start_code);
@@ -456,10 +459,10 @@ int Reader::read_audio(const TrackCursor& cursor, char* buf, size_t capacity)
     follow(headers, m_header, cursor.sample());
     const AdtsHeader& header = headers.empty() ? none : headers[m_header].header;
     if (cursor.size() + header.size > capacity)
-        return failure;
+        return failure(EMSGSIZE);
     auto* out = reinterpret_cast<uint8_t*>(buf);
     if (!m_source.read_on(cursor.offset(), out + header.size, cursor.size()))
-        return failure;
+        return -1;
     if (header.size > 0)
         header.rebuild(cursor.size(), out);
     return static_cast<int>(cursor.size() + header.size);
@@ -485,7 +488,7 @@ void Reader::pass_in_time(const TrackCursor (&targets)[track_count])
 bool Reader::seek(uint32_t offset_ms)
 {
     if (m_info_only)
-        return false;
+        return fail(EBADF);
     rewind();
     const TrackCursor targets[track_count] = {m_cursors[video_track].find(m_first_time, offset_ms),
                                               m_cursors[audio_track].find(m_first_time, offset_ms)};

@@ -22,7 +22,7 @@ public:
      * records into it.
      *
      * @param info_only  for info() alone; a file that the system fails to read is then one without frames
-     * @return null: no such file, no frame in it that can be read, an I/O error
+     * @return null, errno says why: no such file, no frame in it that can be read (EBADMSG), an I/O error
      */
     static std::unique_ptr<Reader> open(const char* path, bool info_only);
 

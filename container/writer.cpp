@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "container/failure.h"
 #include "container/layout.h"
 
 namespace ifs_mp4
@@ -31,6 +32,14 @@ constexpr size_t length_bytes = 4;
 int32_t distance_ms(uint32_t from, uint32_t to)
 {
     return static_cast<int32_t>(to - from);
+}
+
+/** Pass over a frame in front of the parameter sets: not refused, but the host can see why nothing is
+ * written. */
+bool drop()
+{
+    errno = ENODATA;
+    return true;
 }
 
 } // namespace
@@ -63,16 +72,16 @@ bool Writer::write(int kind, const Pieces& frame, uint32_t timestamp)
     case KT_MP4_AUDIO:
         return write_audio(frame, timestamp);
     default:
-        return false;
+        return fail(EINVAL);
     }
 }
 
 bool Writer::write_video(bool key, const Pieces& frame, uint32_t timestamp)
 {
     if (!split_access_unit(frame, m_nals))
-        return false;
+        return fail(EILSEQ);
     if (!m_started && !(key && start(frame, timestamp)))
-        return true;
+        return drop();
     size_t size = 0;
     for (const Nal& nal : m_nals)
         size += length_bytes + nal.size;
@@ -91,10 +100,12 @@ bool Writer::write_video(bool key, const Pieces& frame, uint32_t timestamp)
 bool Writer::write_audio(const Pieces& frame, uint32_t timestamp)
 {
     AdtsHeader header;
-    if (!m_movie.info.have_audio || !parse_adts(frame, header))
-        return false;
+    if (!m_movie.info.have_audio)
+        return fail(EINVAL);
+    if (!parse_adts(frame, header))
+        return fail(EILSEQ);
     if (!m_started)
-        return true;
+        return drop();
     size_t size = frame.size() - header.size;
     uint64_t time = place(audio_track, timestamp, false);
     if (!prepare(size, time, false))
@@ -149,10 +160,9 @@ uint64_t Writer::place(int track, uint32_t timestamp, bool reordered) const
 bool Writer::prepare(size_t size, uint64_t time, bool key)
 {
     size_t collected = m_payload.size() + m_audio.size() - header_room;
-    uint64_t finished_bytes =
-        m_file_end + 2 * header_room + collected + size + moov_bound(m_movie.tables, m_fragment.count() + 1);
-    if (finished_bytes > max_file_bytes)
-        return false;
+    uint64_t table_bytes = moov_bound(m_movie.tables, m_fragment.count() + 1);
+    if (m_file_end + 2 * header_room + collected + size + table_bytes > max_file_bytes)
+        return fail(EFBIG);
     if (m_fragment.empty())
         return true;
     uint64_t step = std::max(time, m_newest_time) - m_newest_time;
@@ -234,7 +244,7 @@ bool Writer::cut()
         put_file_start(m_headers, m_movie);
     put_fragment_start(m_headers, m_fragment, m_movie, m_fragments + 1);
     m_movie.tables.make_room(m_fragment);
-    if (m_headers.size() > header_room || !write_fragment())
+    if (!write_fragment())
         return false;
     m_movie.tables.append(m_fragment, m_file_end - m_payload.size() - m_audio.size() + header_room);
     for (int i = 0; i < track_count; ++i) {
@@ -310,12 +320,15 @@ bool Writer::flush()
 
 bool Writer::close()
 {
-    bool whole = cut();
+    int error = cut() ? 0 : errno;
     if (m_file_end > 0) {
         secure(m_file_end + moov_bound(m_movie.tables, 0));
-        whole = finish_file(m_fd.get(), m_movie, m_file_end) && whole;
+        if (!finish_file(m_fd.get(), m_movie, m_file_end) && error == 0)
+            error = errno;
     }
-    return m_fd.reset() && whole;
+    if (!m_fd.reset() && error == 0)
+        error = errno;
+    return error == 0 || fail(error);
 }
 
 kt_mfile_info_t Writer::info() const

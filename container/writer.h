@@ -23,10 +23,10 @@ namespace ifs_mp4
 class Writer
 {
 public:
-    /** @return null: the file exists, or cannot be made */
+    /** @return null, errno says why: the file exists, or cannot be made */
     static std::unique_ptr<Writer> create(const char* path, const kt_mfile_info_t& info);
 
-    /** As kt_mp4_write(). */
+    /** As kt_mp4_write(); so are the reasons in errno of all that returns false. */
     bool write(int kind, const Pieces& frame, uint32_t timestamp);
     /** Write what was collected and make all durable. */
     bool flush();

@@ -6,6 +6,9 @@
  *
  * Times are milliseconds unless said otherwise. A handle may be used by one thread at a time,
  * except that kt_mp4_getinfo() may run beside any other call but kt_mp4_close() on the same handle.
+ *
+ * A call that fails sets errno: to one of the values that stand with it, to ENOMEM, or to what a system call
+ * reported (EIO, EACCES, EROFS, ...).
  */
 #ifndef KT_MP4_H
 #define KT_MP4_H
@@ -85,8 +88,8 @@ typedef struct kt_mfile_info_t {
  * @param mode  KT_MP4_READ, KT_MP4_CREATE or KT_MP4_PROBE
  * @param have_audio  0: no audio frame will be accepted
  * @param reserved1,reserved2  320 and 0; ignored
- * @return a handle that kt_mp4_close() releases, or NULL: the path exists (create) or does not
- *         (otherwise), it is no readable MP4 file, an I/O error, no memory
+ * @return a handle that kt_mp4_close() releases, or NULL: the path exists (EEXIST, create) or does not
+ *         (ENOENT), it is no MP4 file or too damaged (EBADMSG), a null path or an unknown mode (EINVAL)
  */
 void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_profile,
                   int audio_sample_rate_index, int audio_channel_conf, int mode, int have_audio,
@@ -96,15 +99,17 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
  * Append one frame to a created file. Its bytes are data1 followed by data2; either may be empty.
  *
  * Frames in front of the first key frame that has its parameter sets (SPS and PPS) are dropped, with result
- * 0. Frames are collected and written in one piece at each key frame, at latest after 2 s or 1 MiB, and made
- * durable at least every 5 s of their own time.
+ * 0 and errno ENODATA. Frames are collected and written in one piece at each key frame, at latest after 2 s
+ * or 1 MiB, and made durable at least every 5 s of their own time.
  *
  * @param kind       KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER or KT_MP4_AUDIO
  * @param timestamp  ms; may step back or wrap. Timestamps are given back exactly. Where they step back, for
  *                   another reason than B frames, the duration goes on as if a frame's time had passed.
- * @return 0, or negative: bad argument, not H.264 or AAC, the file would pass 2 GiB - 1, an I/O error.
- *         The frame is then refused; the file stays whole and takes the next frame. Collected frames that
- *         could not be written are kept and tried again.
+ * @return 0, or negative: not a created file (EBADF), a bad argument or audio in a file without (EINVAL), no
+ *         Annex B start code in front, not H.264 or not one AAC access unit (EILSEQ), the file would pass
+ *         2 GiB - 1 (EFBIG), the card is full (ENOSPC), another I/O error. The frame is
+ *         then refused; the file stays whole and takes the next frame. Collected frames that could not be
+ *         written are kept and tried again.
  */
 int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int len2,
                  unsigned int timestamp);
@@ -115,8 +120,9 @@ int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int
  *
  * @param capacity  size of buf in bytes
  * @return the frame's length (> 0), 0 at the end of the file (kind and timestamp untouched), negative on
- *         failure (kind and timestamp untouched): the frame is larger than capacity or an I/O error (the
- *         position stays before it), a damaged frame (the next one follows), not open for reading
+ *         failure (kind and timestamp untouched): the frame is larger than capacity (EMSGSIZE) or an I/O
+ *         error (the position stays before it), a damaged frame (EBADMSG; the next one follows), not open
+ *         for reading (EBADF), a bad argument (EINVAL)
  */
 int kt_mp4_read(void* handle, int* kind, char* buf, int capacity, unsigned int* timestamp);
 
@@ -126,7 +132,7 @@ int kt_mp4_read(void* handle, int* kind, char* buf, int capacity, unsigned int* 
  * earlier and reads on from a key frame.
  *
  * @param offset  ms from the first frame
- * @return 0, or negative: not open for reading. An offset past the end leads to the end of the file.
+ * @return 0, or negative: not open for reading (EBADF). An offset past the end leads to the end of the file.
  */
 int kt_mp4_seek_read(void* handle, unsigned int offset);
 
@@ -134,21 +140,23 @@ int kt_mp4_seek_read(void* handle, unsigned int offset);
  * Describe a file. For one being written: what has been written so far, flushed or not. The duration never
  * shrinks and is never negative, whatever the timestamps do.
  *
- * @return 0, or -1 with *info untouched (null argument)
+ * @return 0, or -1 with *info untouched: a null argument (EINVAL)
  */
 int kt_mp4_getinfo(void* handle, kt_mfile_info_t* info);
 
 /**
  * Make all frames written so far durable. Harmless on a file opened for reading.
  *
- * @return 0, or negative: null handle, an I/O error (the frames are kept and tried again)
+ * @return 0, or negative: null handle (EBADF), the card is full (ENOSPC) or another I/O error (the frames
+ *         are kept and tried again)
  */
 int kt_mp4_flush(void* handle);
 
 /**
  * Finalise a created file and release the handle, whatever the result.
  *
- * @return 0, or negative when the file could not be finalised (what was flushed is still playable)
+ * @return 0, or negative: null handle (EBADF), or the file could not be finalised (what was flushed is still
+ *         playable): the card is full (ENOSPC) or another I/O error, of several the first
  */
 int kt_mp4_close(void* handle);
 

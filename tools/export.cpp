@@ -1,7 +1,9 @@
+#include <cerrno>
 
 #include "kt_mp4.h"
 #include "tools/card.h"
 #include "tools/commands.h"
+#include "tools/container_error.h"
 #include "tools/footage.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
@@ -11,8 +13,6 @@
 
 namespace
 {
-
-constexpr unsigned long long max_file_bytes = INT32_MAX;
 
 /** What one MP4 file has to have in common. */
 bool same_format(const _ifs_rec_file_& a, const _ifs_rec_file_& b)
@@ -47,8 +47,7 @@ public:
                                   format.audio_channel_conf, KT_MP4_CREATE, format.have_audio, 320, 0))
     {
         if (!m_container)
-            throw Failure(ExitCode::failed,
-                          "cannot create '" + name + "'; choose a folder that can be written to");
+            throw Failure(ExitCode::failed, "cannot create '" + name + "': " + container_error_text(errno));
     }
     ~Clip()
     {
@@ -60,17 +59,21 @@ public:
 
     void write(const Frame& frame)
     {
-        if (m_frames++ == 0)
+        if (m_frames == 0)
             m_first_ms = frame.time_ms;
-        m_last_ms = frame.time_ms;
-        m_bytes += frame.size;
         int kind = frame.type == IFS_FRAME_I       ? KT_MP4_VIDEO_KEY
                    : frame.type == IFS_FRAME_AUDIO ? KT_MP4_AUDIO
                                                    : KT_MP4_VIDEO_OTHER;
         char* data = reinterpret_cast<char*>(const_cast<uint8_t*>(frame.data));
+        errno = 0;
         if (kt_mp4_write(m_container, kind, data, static_cast<int>(frame.size), nullptr, 0,
                          static_cast<unsigned>(frame.time_ms - m_first_ms)) < 0)
-            fail();
+            fail(errno);
+        if (errno == ENODATA) // dropped in front of the parameter sets
+            return;
+        ++m_frames;
+        m_last_ms = frame.time_ms;
+        m_bytes += frame.size;
     }
 
     void finish()
@@ -78,7 +81,9 @@ public:
         void* container = m_container;
         m_container = nullptr;
         if (kt_mp4_close(container) < 0)
-            fail();
+            fail(errno);
+        if (m_frames == 0)
+            fail(ENODATA);
     }
 
     int64_t first_ms() const { return m_first_ms; }
@@ -86,13 +91,9 @@ public:
     unsigned long long bytes() const { return m_bytes; }
 
 private:
-    [[noreturn]] void fail() const
+    [[noreturn]] static void fail(int error)
     {
-        // The index of a file that full takes less than a tenth of it.
-        if (m_bytes > max_file_bytes / 10 * 9)
-            throw Failure(ExitCode::failed,
-                          "the clip would pass the 2 GiB of one file; export a shorter time");
-        throw Failure(ExitCode::failed, "the clip cannot be written; see whether the disk has room");
+        throw Failure(ExitCode::failed, "the clip cannot be written: " + container_error_text(error));
     }
 
     void* m_container;

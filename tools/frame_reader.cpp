@@ -1,10 +1,12 @@
 #include "tools/frame_reader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "kt_mp4.h"
+#include "tools/container_error.h"
 #include "tools/failure.h"
 #include "tools/recordings.h"
 
@@ -12,6 +14,12 @@ namespace
 {
 
 constexpr int max_frame_bytes = 8 << 20;
+
+[[noreturn]] void fail(const _ifs_rec_file_& recording, int error)
+{
+    throw Failure(ExitCode::failed, "the recording " + file_name(recording) +
+                                        " cannot be read: " + container_error_text(error));
+}
 
 [[noreturn]] void fail(const _ifs_rec_file_& recording)
 {
@@ -155,8 +163,7 @@ class ContainerReader : public FrameReader
 {
 public:
     explicit ContainerReader(const _ifs_rec_file_& recording)
-        : m_open(recording),
-          m_container(kt_mp4_open(file_path(recording).data(), 0, 0, 0, 0, 0, 0, KT_MP4_READ, 0, 320, 0)),
+        : m_open(recording), m_container(open_container(recording)),
           m_timeline(start_seconds(recording), first_timestamp_ms()), m_buffer(max_frame_bytes)
     {
     }
@@ -168,7 +175,7 @@ public:
         int size = kt_mp4_read(m_container.get(), &kind, m_buffer.data(), static_cast<int>(m_buffer.size()),
                                &timestamp_ms);
         if (size < 0)
-            fail(m_open.recording());
+            fail(m_open.recording(), errno);
         if (size == 0)
             return false;
         frame->type = kind == KT_MP4_VIDEO_KEY     ? IFS_FRAME_I
@@ -184,15 +191,24 @@ public:
     {
         int64_t offset_ms = std::max<int64_t>(time_s * 1000 - m_timeline.first_ms(), 0);
         if (kt_mp4_seek_read(m_container.get(), static_cast<unsigned>(offset_ms)) < 0)
-            fail(m_open.recording());
+            fail(m_open.recording(), errno);
     }
 
 private:
+    static void* open_container(const _ifs_rec_file_& recording)
+    {
+        std::string path = file_path(recording);
+        void* container = kt_mp4_open(path.data(), 0, 0, 0, 0, 0, 0, KT_MP4_READ, 0, 320, 0);
+        if (!container)
+            fail(recording, errno);
+        return container;
+    }
+
     uint32_t first_timestamp_ms()
     {
         kt_mfile_info_t info = {};
-        if (!m_container || kt_mp4_getinfo(m_container.get(), &info) != 0)
-            fail(m_open.recording());
+        if (kt_mp4_getinfo(m_container.get(), &info) != 0)
+            fail(m_open.recording(), errno);
         return static_cast<uint32_t>(info.firstpts);
     }
 

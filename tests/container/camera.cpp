@@ -188,6 +188,11 @@ int Mp4::close()
     return result;
 }
 
+int error_of(int result)
+{
+    return result < 0 ? errno : 0;
+}
+
 void record(const std::string& path, const Frames& frames)
 {
     bool audio =

@@ -74,6 +74,9 @@ private:
     std::string m_buf;
 };
 
+/** What a call reported: its errno, 0 when it did not fail. */
+int error_of(int result);
+
 /** Write a whole recording. */
 void record(const std::string& path, const Frames& frames);
 /** @return no frames, too, when the file cannot be opened */
