@@ -9,6 +9,7 @@
 
 #include "container/failure.h"
 #include "container/layout.h"
+#include "container/limits.h"
 
 namespace ifs_mp4
 {
@@ -161,7 +162,8 @@ bool Writer::prepare(size_t size, uint64_t time, bool key)
 {
     size_t collected = m_payload.size() + m_audio.size() - header_room;
     uint64_t table_bytes = moov_bound(m_movie.tables, m_fragment.count() + 1);
-    if (m_file_end + 2 * header_room + collected + size + table_bytes > max_file_bytes)
+    if (table_bytes > max_table_bytes ||
+        m_file_end + 2 * header_room + collected + size + table_bytes > max_file_bytes)
         return fail(EFBIG);
     if (m_fragment.empty())
         return true;

@@ -107,7 +107,7 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
  *                   another reason than B frames, the duration goes on as if a frame's time had passed.
  * @return 0, or negative: not a created file (EBADF), a bad argument or audio in a file without (EINVAL), no
  *         Annex B start code in front, not H.264 or not one AAC access unit (EILSEQ), the file would pass
- *         2 GiB - 1 (EFBIG), the card is full (ENOSPC), another I/O error. The frame is
+ *         2 GiB - 1 or its tables 32 MiB (EFBIG), the card is full (ENOSPC), another I/O error. The frame is
  *         then refused; the file stays whole and takes the next frame. Collected frames that could not be
  *         written are kept and tried again.
  */

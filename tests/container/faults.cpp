@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace
@@ -43,6 +44,16 @@ extern "C" ssize_t pread(int fd, void* data, size_t size, off_t offset)
         return -1;
     }
     return pread64(fd, data, size, offset);
+}
+
+extern "C" int fallocate(int fd, int mode, off_t offset, off_t size)
+{
+    return discarding ? 0 : fallocate64(fd, mode, offset, size);
+}
+
+extern "C" int fsync(int)
+{
+    return 0;
 }
 
 extern "C" int fdatasync(int)

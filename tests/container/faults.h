@@ -10,7 +10,7 @@ namespace faults
 
 /** Let writes fail (ENOSPC, half of the bytes written) from the nth one on, once or for good. 0: never. */
 void fail_write(int nth, bool once);
-/** Let writes succeed without writing. */
+/** Let writes and reservations succeed without doing anything. */
 void discard_writes(bool discard);
 /** Let reads fail (EIO) that reach past an offset, as where a cluster chain ends too early. Negative: none.
  */
