@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include "device/os_adapter.h"
 #include "store/index_item.h"
 #include "store/ipc_file_system.h"
+#include "store/limits.h"
 #include "util/log.h"
 
 namespace
@@ -37,6 +39,9 @@ private:
 
 constexpr size_t k_block_bytes =
     4096; ///< of a read or write; thousands of small ones take seconds on a camera
+
+constexpr off_t k_most_bytes =
+    IFS_INDEX_MAGIC_BYTES + IFS_INDEX_ITEMS_MOST * (IFS_ITEM_MAGIC_BYTES + IFS_ITEM_BYTES);
 
 /** Reads an index file piece by piece, from the card in blocks. */
 class Index_reader
@@ -206,6 +211,12 @@ int CIpcFileSystem::Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list&
     const Open_index index(Ifsod_open_file(fn.c_str(), O_RDONLY));
     if (!index.Valid()) {
         IFS_ERROR("Ifsod_open_file Failed(%s)\n", fn.c_str());
+        return 0;
+    }
+    struct stat info {
+    };
+    if (fstat(index.Get(), &info) == 0 && info.st_size > k_most_bytes) {
+        IFS_ERROR("Index file is too large(%s)(%lld)\n", fn.c_str(), static_cast<long long>(info.st_size));
         return 0;
     }
     Index_reader reader(index.Get());

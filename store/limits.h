@@ -12,6 +12,7 @@ constexpr unsigned long long IFS_OVERLAP_FREE_LIMIT =
 constexpr int IFS_WRITE_CHECK_BYTES = 32 * 1048576; ///< frame bytes between two looks at the free space
 constexpr unsigned IFS_OVERLAP_HYSTERESIS = 20;     ///< files below the host's limit, where deletion ends
 constexpr int IFS_OVERLAP_REWRITE_COUNT = 100; ///< deletions of a stream between two rewrites of its index
+constexpr int IFS_INDEX_ITEMS_MOST = 32768;    ///< of an index file; twice what a folder of FAT32 holds
 constexpr int IFS_FILE_HANDLES = 32;
 constexpr int IFS_SEARCH_HANDLES = 8;
 constexpr int IFS_PATH_BYTES = 128; ///< of a caller's buffer for a full path

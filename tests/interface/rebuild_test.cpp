@@ -87,7 +87,13 @@ TEST_F(Rebuild, DiscardsADamagedIndexWholeAndWritesItAnew)
     const std::string path = m_files + "/system_index_main";
     std::string other_item = index;
     other_item[15 + 128] = 'X';
+    std::string largest = index;
+    while (largest.size() < 15 + 32768 * 128) {
+        largest += index.substr(15, 128);
+    }
     const std::pair<std::string, std::string> damages[] = {
+        {largest, "Load over!(0, " + path + ", 32768)\n"},
+        {largest + index.substr(15, 128), "Index file is too large(" + path + ")(4194447)\n"},
         {"", "Ifsod_read_file read file magic Failed(" + path + ")(0)\n"},
         {index.substr(0, 14), "Ifsod_read_file read file magic Failed(" + path + ")(14)\n"},
         {"S" + index.substr(1), "It's not index file magic(" + path + ")\n"},
