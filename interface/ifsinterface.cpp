@@ -34,8 +34,7 @@ bool Fill_sizes(const std::string& dev, _ifs_system_info_* info)
         info->dev_size = 0;
         return false;
     }
-    const int mounted = Call_store(
-        [info] { return pgIpc_file_system->Ifs_get_fs_size(&info->fs_total_size, &info->fs_free_size); });
+    const int mounted = pgIpc_file_system->Ifs_get_fs_size(&info->fs_total_size, &info->fs_free_size);
     info->formatted = mounted == 0 ? 1 : 0;
     return true;
 }
@@ -77,13 +76,15 @@ int Ifsi_init(void)
 
 int Ifsi_mount(const char* mount_point)
 {
-    Held_locks held(LOCK_INTERFACE);
+    Held_interface held;
     std::string dev;
     if (Ifsscs_scan_sd_card(dev) != 0) {
         IFS_ERROR("There is no sd card\n");
         return -1;
     }
-    if (Call_store([&] { return pgIpc_file_system->Ifs_mount(dev.c_str(), mount_point); }) != 0) {
+    int mounted;
+    IFS_FROM_STORE(mounted =, Ifs_mount(dev.c_str(), mount_point))
+    if (mounted != 0) {
         IFS_ERROR("Ifs_mount Failed\n");
         return -1;
     }
@@ -95,21 +96,25 @@ int Ifsi_mount(const char* mount_point)
 
 int Ifsi_umount(void)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([] { return pgIpc_file_system->Ifs_umount(); }) == 0 ? 0 : -1;
+    const Held_interface held;
+    int result;
+    IFS_FROM_STORE(result =, Ifs_umount())
+    return result == 0 ? 0 : -1;
 }
 
 int Ifsi_format(void)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([] { return pgIpc_file_system->Ifs_format(); }) == 0 ? 0 : -1;
+    const Held_interface held;
+    int result;
+    IFS_FROM_STORE(result =, Ifs_format())
+    return result == 0 ? 0 : -1;
 }
 
 int Ifsi_is_full(void)
 {
-    const Held_locks held(LOCK_INTERFACE);
+    const Held_interface held;
     unsigned long long free_bytes = 0;
-    if (Call_store([&] { return pgIpc_file_system->Ifs_get_fs_size(nullptr, &free_bytes); }) != 0) {
+    if (pgIpc_file_system->Ifs_get_fs_size(nullptr, &free_bytes) != 0) {
         return -1;
     }
     return free_bytes < IFS_FULL_FREE_LIMIT ? 1 : 0;
@@ -117,7 +122,7 @@ int Ifsi_is_full(void)
 
 int Ifsi_get_system_info(_ifs_system_info_* info)
 {
-    const Held_locks held(LOCK_INTERFACE);
+    const Held_interface held;
     memset(info, 0, sizeof *info);
     info->fs_version = k_fs_version;
     info->card_fs_version = Load_shared(gCard_fs_version);
@@ -149,16 +154,15 @@ int Ifsi_create(tm* start, int video_system, int video_res, int width, int heigh
                 int audio_profile, SAMPLE_RATE_INDEX_E sample_rate_index, int audio_channel_conf,
                 int have_audio, _ifs_stream_type_ stream_type)
 {
-    const Held_locks held(LOCK_INTERFACE | LOCK_WRITE);
+    const Held_interface_write held;
     IFS_TRACE("start:" IFS_TM_FORMAT
               ", stream_type:%s, video_system:%d, video_res:%d(%d * %d), frame_rate:%d\n",
               IFS_TM_ARGS(*start), Ifs_stream_word(stream_type), video_system, video_res, width, height,
               frame_rate);
-    const int ret_val = Call_store([&] {
-        return pgIpc_file_system->Ifs_create(start, video_system, video_res, width, height, frame_rate,
-                                             audio_profile, sample_rate_index, audio_channel_conf, have_audio,
-                                             stream_type);
-    });
+    int ret_val;
+    IFS_FROM_STORE(ret_val =,
+                   Ifs_create(start, video_system, video_res, width, height, frame_rate, audio_profile,
+                              sample_rate_index, audio_channel_conf, have_audio, stream_type))
     IFS_TRACE("start:" IFS_TM_FORMAT ", stream_type:%s, ret_val:%d\n", IFS_TM_ARGS(*start),
               Ifs_stream_word(stream_type), ret_val);
     return ret_val;
@@ -167,14 +171,15 @@ int Ifsi_create(tm* start, int video_system, int video_res, int width, int heigh
 int Ifsi_write(int fd, char* data1, int len1, char* data2, int len2, _ifs_frame_type_ type,
                unsigned long long pts)
 {
-    const Held_locks held(LOCK_WRITE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_write(fd, data1, len1, data2, len2, type, pts); });
+    const Held_write held;
+    IFS_FROM_STORE(return, Ifs_write(fd, data1, len1, data2, len2, type, pts))
 }
 
 int Ifsi_close(int fd, tm* end)
 {
-    const Held_locks held(LOCK_INTERFACE | LOCK_WRITE | LOCK_READ);
-    const int ret_val = Call_store([&] { return pgIpc_file_system->Ifs_close(fd, end); });
+    const Held_all held;
+    int ret_val;
+    IFS_FROM_STORE(ret_val =, Ifs_close(fd, end))
     IFS_TRACE("fd:%d, ret_val:%d\n", fd, ret_val);
     return ret_val;
 }
@@ -183,8 +188,9 @@ int Ifsi_close(int fd, tm* end)
 
 int Ifsi_open(_ifs_rec_file_* rec)
 {
-    const Held_locks held(LOCK_INTERFACE | LOCK_READ);
-    const int ret_val = Call_store([&] { return pgIpc_file_system->Ifs_open(rec); });
+    const Held_interface_read held;
+    int ret_val;
+    IFS_FROM_STORE(ret_val =, Ifs_open(rec))
     IFS_TRACE("start:" IFS_TM_FORMAT ", end:" IFS_TM_FORMAT ", stream_type:%s, ret_val:%d\n",
               IFS_TM_ARGS(rec->start_tm), IFS_TM_ARGS(rec->end_tm), Ifs_stream_word(rec->stream_type),
               ret_val);
@@ -193,8 +199,9 @@ int Ifsi_open(_ifs_rec_file_* rec)
 
 int Ifsi_open_v2(tm* start, _ifs_stream_type_ stream_type)
 {
-    const Held_locks held(LOCK_INTERFACE | LOCK_READ);
-    const int ret_val = Call_store([&] { return pgIpc_file_system->Ifs_open(start, stream_type); });
+    const Held_interface_read held;
+    int ret_val;
+    IFS_FROM_STORE(ret_val =, Ifs_open(start, stream_type))
     IFS_TRACE("start:" IFS_TM_FORMAT ", stream_type:%s, ret_val:%d\n", IFS_TM_ARGS(*start),
               Ifs_stream_word(stream_type), ret_val);
     return ret_val;
@@ -202,26 +209,25 @@ int Ifsi_open_v2(tm* start, _ifs_stream_type_ stream_type)
 
 int Ifsi_open_v3(char* file_name)
 {
-    const Held_locks held(LOCK_INTERFACE | LOCK_READ);
-    const int ret_val = Call_store([&] { return pgIpc_file_system->Ifs_open(file_name); });
+    const Held_interface_read held;
+    int ret_val;
+    IFS_FROM_STORE(ret_val =, Ifs_open(file_name))
     IFS_TRACE("file_name:%s, ret_val:%d\n", file_name, ret_val);
     return ret_val;
 }
 
 int Ifsi_stat(int fd, _ifs_rec_file_* rec)
 {
-    const Held_locks held(LOCK_READ);
-    return Call_store([&] { return pgIpc_file_system->Ifs_stat(fd, rec); });
+    const Held_read held;
+    IFS_FROM_STORE(return, Ifs_stat(fd, rec))
 }
 
 int Ifsi_read(int fd, char* buf, int size, int* payload_offset, int* payload_len, int* frame_offset,
               int* frame_len, _ifs_frame_type_* frame_type, int* time)
 {
-    const Held_locks held(LOCK_READ);
-    return Call_store([&] {
-        return pgIpc_file_system->Ifs_read(fd, buf, size, payload_offset, payload_len, frame_offset,
-                                           frame_len, frame_type, time);
-    });
+    const Held_read held;
+    IFS_FROM_STORE(return, Ifs_read(fd, buf, size, payload_offset, payload_len, frame_offset, frame_len,
+                                    frame_type, time))
 }
 
 int Ifsi_read_v2(int fd, char* buf, int size, _ifs_frame_type_* frame_type, int* time)
@@ -240,73 +246,73 @@ int Ifsi_read_v2(int fd, char* buf, int size, _ifs_frame_type_* frame_type, int*
 
 int Ifsi_read_standard(int fd, char* buf, int size)
 {
-    const Held_locks held(LOCK_READ);
-    return Call_store([&] { return pgIpc_file_system->Ifs_read(fd, buf, size); });
+    const Held_read held;
+    IFS_FROM_STORE(return, Ifs_read(fd, buf, size))
 }
 
 int Ifsi_seek(int fd, long offset, int whence)
 {
-    const Held_locks held(LOCK_READ);
-    return Call_store([&] { return pgIpc_file_system->Ifs_seek(fd, offset, whence); });
+    const Held_read held;
+    IFS_FROM_STORE(return, Ifs_seek(fd, offset, whence))
 }
 
 int Ifsi_tseek(int fd, unsigned int time)
 {
-    const Held_locks held(LOCK_READ);
-    return Call_store([&] { return pgIpc_file_system->Ifs_tseek(fd, time); });
+    const Held_read held;
+    IFS_FROM_STORE(return, Ifs_tseek(fd, time))
 }
 
 int Ifsi_get_file_name(_ifs_rec_file_* rec, char* name)
 {
-    return Call_store([&] { return pgIpc_file_system->Ifs_get_file_name(rec, name); });
+    IFS_FROM_STORE(return, Ifs_get_file_name(rec, name))
 }
 
 int Ifsi_get_file_name_v2(tm* time, _ifs_stream_type_ stream_type, char* name)
 {
-    const Held_locks held(LOCK_READ);
-    return Call_store([&] { return pgIpc_file_system->Ifs_get_file_name(time, stream_type, name); });
+    const Held_read held;
+    IFS_FROM_STORE(return, Ifs_get_file_name(time, stream_type, name))
 }
 
 /* ---- Queries ---- */
 
 int Ifsi_get_latest_rec_time(tm* latest)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_get_latest_rec_time(latest); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_get_latest_rec_time(latest))
 }
 
 int Ifsi_find_open(tm* start, tm* end, _ifs_stream_type_ stream)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_find_open(start, end, stream); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_find_open(start, end, stream))
 }
 
 int Ifsi_find_close(int handle)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_find_close(handle); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_find_close(handle))
 }
 
 int Ifsi_find_get_count(int handle)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_find_get_count(handle); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_find_get_count(handle))
 }
 
 int Ifsi_find_next(int handle, int count, _ifs_rec_file_* out)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_find_next(handle, count, out); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_find_next(handle, count, out))
 }
 
 int Ifsi_get_rec_calendar(tm* start, tm* end, _ifs_stream_type_ stream, unsigned char* days)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_get_rec_calendar(start, end, stream, days); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_get_rec_calendar(start, end, stream, days))
 }
 
 int Ifsi_get_file_number(unsigned long* main_number, unsigned long* sub_number)
 {
-    const Held_locks held(LOCK_INTERFACE);
-    return Call_store([&] { return pgIpc_file_system->Ifs_get_file_number(main_number, sub_number); });
+    const Held_interface held;
+    IFS_FROM_STORE(return, Ifs_get_file_number(main_number, sub_number))
 }

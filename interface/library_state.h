@@ -31,22 +31,36 @@ public:
     Held_locks(const Held_locks&) = delete;
     Held_locks& operator=(const Held_locks&) = delete;
 
-    /** Leave the locks to someone else to release. */
-    void Hand_over() { m_locks = 0; }
-
-private:
+protected:
     unsigned m_locks;
 };
 
-/** Run a store operation; when memory runs out it fails, as no exception may leave the library. */
-template <typename Operation>
-int Call_store(Operation operation)
-{
-    try {
-        return operation();
-    } catch (const std::bad_alloc&) {
-        return -1;
+/* The sets that calls hold, each a class, so that the compiler's analysis knows them. */
+#define IFS_HELD_LOCKS(name, locks, ...)                                                                     \
+    class SCOPED_CAPABILITY name : public Held_locks                                                         \
+    {                                                                                                        \
+    public:                                                                                                  \
+        name() ACQUIRE(__VA_ARGS__) : Held_locks(locks) {}                                                   \
+        ~name() RELEASE() {}                                                                                 \
+        /** Leave the locks to someone else to release. */                                                   \
+        void Hand_over() RELEASE() { m_locks = 0; }                                                          \
+    };
+IFS_HELD_LOCKS(Held_interface, LOCK_INTERFACE, gInterface_lock)
+IFS_HELD_LOCKS(Held_write, LOCK_WRITE, gWrite_lock)
+IFS_HELD_LOCKS(Held_read, LOCK_READ, gRead_lock)
+IFS_HELD_LOCKS(Held_interface_write, LOCK_INTERFACE | LOCK_WRITE, gInterface_lock, gWrite_lock)
+IFS_HELD_LOCKS(Held_interface_read, LOCK_INTERFACE | LOCK_READ, gInterface_lock, gRead_lock)
+IFS_HELD_LOCKS(Held_all, LOCK_INTERFACE | LOCK_WRITE | LOCK_READ, gInterface_lock, gWrite_lock, gRead_lock)
+
+/**
+ * Do with a store operation what use says: "return", or "result =". When memory runs out its result is -1, as
+ * no exception may leave the library.
+ */
+#define IFS_FROM_STORE(use, operation)                                                                       \
+    try {                                                                                                    \
+        use pgIpc_file_system->operation;                                                                    \
+    } catch (const std::bad_alloc&) {                                                                        \
+        use(-1);                                                                                             \
     }
-}
 
 #endif

@@ -36,10 +36,12 @@ int Ifst_create_detached_thread(void* (*start)(void*), void* arg)
     return 0;
 }
 
-void* Build_rec_file_list_thread(void*)
+// The interface lock was taken by the mount and is released here, in another thread, which the analysis
+// cannot know.
+void* Build_rec_file_list_thread(void*) NO_THREAD_SAFETY_ANALYSIS
 {
     IFS_TRACE_TIMED("Build record file list start...\n");
-    Call_store([] { return pgIpc_file_system->Ifs_build_rec_file_list(); });
+    IFS_FROM_STORE((void), Ifs_build_rec_file_list())
     IFS_TRACE_TIMED("Build record file list end!!!\n");
     Store_shared(gLoading_or_rebuilding_index_file, 0);
     pgIfs_interface_tl->Tl_unlock(nullptr);
@@ -67,7 +69,7 @@ void* Overlap_thread(void*)
         if (!Load_shared(gIfs_overlap_flag)) {
             continue;
         }
-        const Held_locks held(LOCK_INTERFACE);
+        const Held_interface held;
         const unsigned max_files = Load_shared(gFs_max_file_number);
         const Overlap_policy::Answer answer = policy.Ask(*pgIpc_file_system, max_files);
         if (answer == Overlap_policy::Answer::size_unknown) {
@@ -81,6 +83,6 @@ void* Overlap_thread(void*)
                    static_cast<long>(Wrap_to_int32(policy.main_files)),
                    static_cast<long>(Wrap_to_int32(policy.sub_files)),
                    static_cast<long>(Wrap_to_int32(max_files)), static_cast<long long>(policy.free_bytes));
-        Call_store([] { return pgIpc_file_system->Ifs_overlap(); });
+        IFS_FROM_STORE((void), Ifs_overlap())
     }
 }

@@ -1,33 +1,74 @@
 #ifndef IFS_STORE_CATALOGUE_H
 #define IFS_STORE_CATALOGUE_H
 
-#include <list>
-#include <map>
+#include <array>
+#include <cstddef>
 
-#include "ifs.h"
+#include "store/catalogue_index.h"
+#include "store/process_locks.h"
+#include "store/rec_file_list.h"
+#include "util/mutex.h"
 
-using Rec_file_list = std::list<_ifs_rec_file_>;
-/** Per stream, recordings in the order of their start. A stream may be absent or have an empty list. */
-using Rec_file_list_table = std::map<_ifs_stream_type_, Rec_file_list>;
-
-/** Order of a stream's list: true when a starts no later than b. */
-bool Ifs_rec_file_sort(_ifs_rec_file_& a, _ifs_rec_file_& b);
+constexpr size_t IFS_STREAMS = 2; ///< that a recording can be of: main and sub
 
 /**
- * Sort a list by start time; those that start in the same second come out in reverse.
+ * The finished recordings of each stream, in the order of their start.
  *
- * @return whether each entry starts in a later second than the one before it
+ * Only who holds the interface lock changes them, and takes the guard besides; so with that lock they can be
+ * read without the guard, and without it with the guard. The guard is held for no longer than an entry or a
+ * whole list takes to go in or out: lists are sorted before and freed behind.
  */
-bool Ifs_sort_rec_file_list(Rec_file_list& list);
+class Catalogue
+{
+public:
+    Catalogue();
 
-/** Set an entry to its defaults: what is unknown is 255 in a byte, -1 in a size, else 0. */
-void Ifs_rec_file_info_init(_ifs_rec_file_* rec);
+    /** Move the one element of entry to its place. Takes no memory that it cannot do without. */
+    void Add(_ifs_stream_type_ stream, Rec_file_list& entry) REQUIRES(gInterface_lock) EXCLUDES(m_guard);
+    void Remove(_ifs_stream_type_ stream, Rec_file_list::iterator position) REQUIRES(gInterface_lock)
+        EXCLUDES(m_guard);
+    /** Sort a list and put it in place of the stream's. */
+    void Replace(_ifs_stream_type_ stream, Rec_file_list list) REQUIRES(gInterface_lock) EXCLUDES(m_guard);
+    void Clear() REQUIRES(gInterface_lock) EXCLUDES(m_guard);
 
-/** Copy the element at it into *rec (to_rec), or *rec into the element. */
-void Ifs_rec_file_info_copy(Rec_file_list::iterator& it, _ifs_rec_file_* rec, bool to_rec);
+    /** All lists, to be read only. */
+    Rec_file_list_table& Lists() REQUIRES(gInterface_lock);
+    size_t Count(_ifs_stream_type_ stream) REQUIRES(gInterface_lock);
 
-/** Dump an entry under IFS_DEBUG_DETAIL; tag may be null. */
-void Ifs_print_rec_file_info(const char* tag, int number, _ifs_rec_file_* rec);
-void Ifs_print_rec_file_info(const char* tag, int number, Rec_file_list::iterator& it);
+    /* Visit recordings of a stream in order, until visit answers false. */
+    /** All of them; those that end before t may be left out. */
+    template <typename Visit>
+    void Walk_ends_from(_ifs_stream_type_ stream, const tm& t, Visit visit) REQUIRES(gInterface_lock)
+    {
+        May_read();
+        if (Rec_file_list* const list = Find_list(stream)) {
+            m_indexes[stream].Walk_from(*list, t, visit);
+        }
+    }
+    /** Those that do not start before t. */
+    template <typename Visit>
+    void Walk_starts_from(_ifs_stream_type_ stream, const tm& t, Visit visit) REQUIRES(gInterface_lock)
+    {
+        May_read();
+        if (Rec_file_list* const list = Find_list(stream)) {
+            for (auto it = m_indexes[stream].First_from(*list, t); it != list->end() && visit(*it); ++it) {
+            }
+        }
+    }
+
+    /** Find the first recording that starts at t, whatever locks are held. */
+    bool Find_start(_ifs_stream_type_ stream, const tm& t, _ifs_rec_file_* out) EXCLUDES(m_guard);
+
+private:
+    /** Who holds the interface lock may read: nobody else changes anything. */
+    void May_read() const REQUIRES(gInterface_lock) ASSERT_SHARED(m_guard) {}
+
+    /** @return the stream's list, or null for a value that is no stream */
+    Rec_file_list* Find_list(_ifs_stream_type_ stream) REQUIRES_SHARED(m_guard);
+
+    Mutex m_guard;
+    Rec_file_list_table m_rec_file_list_table GUARDED_BY(m_guard);          ///< always with both streams
+    std::array<Catalogue_index, IFS_STREAMS> m_indexes GUARDED_BY(m_guard); ///< by stream
+};
 
 #endif

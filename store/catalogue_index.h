@@ -3,41 +3,65 @@
 
 #include <vector>
 
-#include "store/catalogue.h"
+#include "store/rec_file_list.h"
 #include "util/calendar_time.h"
 
 /**
- * What is known of a stream's sorted list beside its entries, so that neither a search nor a close has to
- * walk all of it. Who changes the list says so here.
+ * What is known of a stream's sorted list beside its entries, so that neither a search nor a close walks all
+ * of it: the latest end in each block of entries. Who changes the list does it here.
+ *
+ * Without the memory for that there are no blocks, until an addition finds it again: then all of the list is
+ * walked.
  */
 class Catalogue_index
 {
 public:
-    /** Sort the list. */
+    /** Sort a list. */
     void Sort(Rec_file_list& list);
-    /** The list's last entry was added, and starts in a later second than the others. */
-    void Extend(Rec_file_list& list);
-    /** The list is about to lose an entry. */
-    void Forget(Rec_file_list& list, Rec_file_list::iterator position);
+    /** Move the one element of entry to its place in the list. */
+    void Add(Rec_file_list& list, Rec_file_list& entry);
+    void Remove(Rec_file_list& list, Rec_file_list::iterator position);
 
-    /** Whether each entry is known to start in a later second than the one before it. */
-    bool Ascends() const { return m_ascends; }
+    /** @return the first entry that does not start before t, or the list's end */
+    Rec_file_list::iterator First_from(Rec_file_list& list, const tm& t) const;
 
-    /** Where a walk may begin that looks for entries that end at t or later: none in front of it does. */
-    Rec_file_list::iterator Walk_from(Rec_file_list& list, const tm& t) const;
+    /**
+     * Visit entries in order, until visit answers false. Those that end before t may be left out.
+     */
+    template <typename Visit>
+    void Walk_from(Rec_file_list& list, const tm& t, Visit visit) const
+    {
+        const Tm_key wanted = Ifsm_tm_key(&t);
+        size_t block = 0;
+        do {
+            if (block < m_blocks.size() && m_blocks[block].latest_end < wanted) {
+                continue;
+            }
+            const auto end = End_of(list, block);
+            for (auto it = block < m_blocks.size() ? m_blocks[block].first : list.begin(); it != end; ++it) {
+                if (!visit(it)) {
+                    return;
+                }
+            }
+        } while (++block < m_blocks.size());
+    }
 
 private:
-    /** Every so many entries one is marked. */
-    struct Mark {
-        Rec_file_list::iterator position;
-        Tm_key latest_end; ///< of all entries in front of it, those included that have been deleted since
+    /** Entries that follow each other, up to the first of the next block. */
+    struct Block {
+        Rec_file_list::iterator first;
+        Tm_key latest_end;
+        unsigned entries;
     };
-    void Append(Rec_file_list::iterator position);
+    Rec_file_list::iterator End_of(Rec_file_list& list, size_t block) const
+    {
+        return block + 1 < m_blocks.size() ? m_blocks[block + 1].first : list.end();
+    }
+    void Make_blocks(Rec_file_list& list);
+    bool Append(Rec_file_list::iterator position);
 
-    std::vector<Mark> m_marks;
-    unsigned m_since_mark = 0; ///< entries from the last mark on
-    Tm_key m_latest_end{};     ///< of all entries that there were
-    bool m_ascends = false;
+    std::vector<Block> m_blocks; ///< of the whole list, or none
+    bool m_ascends = false;      ///< each entry starts in a later second than the one before it
 };
 
 #endif

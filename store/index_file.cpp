@@ -128,7 +128,7 @@ int CIpcFileSystem::Ifs_get_index_fn(_ifs_stream_type_ stream, std::string& fn)
     if (!Is_mounted()) {
         return -1;
     }
-    fn = m_mount_point + "/";
+    fn = std::string(Mount_dir()) + "/";
     if (stream == IFS_STREAM_MAIN) {
         fn += "system_index_main";
     } else if (stream == IFS_STREAM_SUB) {
@@ -196,7 +196,7 @@ int CIpcFileSystem::Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_li
     }
     writer.Flush();
     // The allocation reaches the card before the size that counts on it, see Ifsod_sync_dir().
-    Ifsod_sync_dir(m_mount_point.c_str());
+    Ifsod_sync_dir(Mount_dir());
     fsync(index.Get());
     return 0;
 }

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "store/catalogue.h"
+#include "store/rec_file_list.h"
 #include "util/calendar_time.h"
 
 /** Finds the entries of files in a stream's index list, whatever order the files come in, each entry once. */

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <climits>
+#include <cstring>
 
 #include "device/card_format.h"
 #include "device/os_adapter.h"
@@ -45,11 +46,11 @@ int CIpcFileSystem::Ifs_umount()
     if (!Is_mounted()) {
         return 0;
     }
-    if (!m_playing_file_table.empty()) {
+    if (!m_open_files.Of(File_use::playing).empty()) {
         IFS_ERROR("m_playing_file_table is not empty!\n");
         return -1;
     }
-    if (!m_recording_file_table.empty()) {
+    if (!m_open_files.Of(File_use::recording).empty()) {
         IFS_ERROR("m_recording_file_table is not empty!\n");
         return -1;
     }
@@ -57,11 +58,12 @@ int CIpcFileSystem::Ifs_umount()
         IFS_ERROR("m_searcher_table is not empty!\n");
         return -1;
     }
-    if (Ifsod_umount(m_mount_point.c_str()) != 0) {
+    if (Ifsod_umount(Mount_dir()) != 0) {
         IFS_ERROR("Ifsod_umount Failed\n");
         return -1;
     }
-    Forget_everything();
+    Empty_catalogue();
+    Set_mount_point({});
     return 0;
 }
 
@@ -87,11 +89,29 @@ int CIpcFileSystem::Ifs_get_file_number(unsigned long* main_number, unsigned lon
     if (!Is_mounted()) {
         return -1;
     }
-    const auto count = [this](_ifs_stream_type_ stream) -> unsigned long {
-        const auto found = m_rec_file_list_table.find(stream);
-        return found != m_rec_file_list_table.end() ? found->second.size() : 0;
-    };
-    *main_number = count(IFS_STREAM_MAIN);
-    *sub_number = count(IFS_STREAM_SUB);
+    *main_number = m_catalogue.Count(IFS_STREAM_MAIN);
+    *sub_number = m_catalogue.Count(IFS_STREAM_SUB);
     return 0;
+}
+
+const char* CIpcFileSystem::Mount_dir()
+{
+    May_read();
+    return m_mount_point.c_str();
+}
+
+void CIpcFileSystem::Set_mount_point(std::string dir)
+{
+    const Mutex_holder held(m_mount_guard);
+    m_mount_point.swap(dir);
+}
+
+bool CIpcFileSystem::Copy_mount_point(char* path, size_t size)
+{
+    const Mutex_holder held(m_mount_guard);
+    const bool fits = !m_mount_point.empty() && m_mount_point.size() < size;
+    if (fits) {
+        strcpy(path, m_mount_point.c_str());
+    }
+    return fits;
 }

@@ -21,7 +21,7 @@ int CIpcFileSystem::Ifs_find_record_file(File_table& table, Rec_file_list::itera
 Rec_file_list::iterator CIpcFileSystem::Overlap_candidate(_ifs_stream_type_ stream, Rec_file_list& list)
 {
     for (auto entry = list.begin(); entry != list.end(); ++entry) {
-        const int playing = Ifs_find_record_file(m_playing_file_table, entry, stream);
+        const int playing = Ifs_find_record_file(m_open_files.Of(File_use::playing), entry, stream);
         if (!m_file_handle->Ifsh_valid_handle(playing)) {
             Ifs_print_rec_file_info("overlap earliest file", 0, entry);
             return entry;
@@ -34,7 +34,7 @@ Rec_file_list::iterator CIpcFileSystem::Overlap_candidate(_ifs_stream_type_ stre
 int CIpcFileSystem::Ifs_overlap()
 {
     std::map<_ifs_stream_type_, Rec_file_list::iterator> candidates;
-    for (auto& [stream, list] : m_rec_file_list_table) {
+    for (auto& [stream, list] : m_catalogue.Lists()) {
         const auto candidate = Overlap_candidate(stream, list);
         if (candidate != list.end()) {
             candidates[stream] = candidate;
@@ -58,15 +58,15 @@ int CIpcFileSystem::Ifs_overlap()
     std::string name;
     if (CIpcRecFile::SIrf_build_media_fn(name, &info) == 0) {
         IFS_TRACE("remove file(%s)\n", name.c_str());
-        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name.c_str());
+        CIpcRecFile::SIrf_remove_file(Mount_dir(), name.c_str());
     } else {
         IFS_ERROR("SIrf_build_media_fn Failed\n");
     }
-    Remove_from_catalogue(stream, position);
+    m_catalogue.Remove(stream, position);
     ++removed;
     if (removed >= IFS_OVERLAP_REWRITE_COUNT) {
         removed = 0;
-        Ifs_rewrite_index_file(stream, m_rec_file_list_table[stream]);
+        Ifs_rewrite_index_file(stream, m_catalogue.Lists()[stream]);
     }
     return 0;
 }

@@ -1,6 +1,8 @@
 #ifndef IFS_STORE_OVERLAP_POLICY_H
 #define IFS_STORE_OVERLAP_POLICY_H
 
+#include "store/process_locks.h"
+
 class CIpcFileSystem;
 
 /** Whether the oldest recording has to go, asked once a second. */
@@ -14,7 +16,7 @@ public:
     };
 
     /** Look at the number of recordings, while it is limited, and else at the free space. */
-    Answer Ask(CIpcFileSystem& store, unsigned max_files);
+    Answer Ask(CIpcFileSystem& store, unsigned max_files) REQUIRES(gInterface_lock);
 
     /* What was found when each of them was last looked at. */
     unsigned main_files = 0;
@@ -22,7 +24,7 @@ public:
     unsigned long long free_bytes = 0;
 
 private:
-    bool Too_many_files(CIpcFileSystem& store, unsigned max_files);
+    bool Too_many_files(CIpcFileSystem& store, unsigned max_files) REQUIRES(gInterface_lock);
 
     bool m_by_count = false; ///< the limit was reached, and deletion goes on until well below it
 };

@@ -1,3 +1,5 @@
+#include <array>
+#include <climits>
 #include <cstdio>
 
 #include "store/ipc_file_system.h"
@@ -19,23 +21,15 @@ struct Candidates {
 
     bool Has(int place) const { return (found >> place & 1) != 0; }
 
-    /** Consider the entries that start on the day of t, up to one that starts at t. @return whether there is
-     * one */
-    bool Look_through(const Rec_file_list& list, const tm& t)
+    /** Consider an entry that starts on the day of t. @return the place of t against it */
+    int Consider(const _ifs_rec_file_& rec, const tm& t)
     {
-        for (const _ifs_rec_file_& rec : list) {
-            const int place = Ifsm_cmp_date(&rec.start_tm, &t) == 0
-                                  ? Ifrf_tm_compare(&t, &rec.start_tm, &rec.end_tm)
-                                  : IFRF_AFTER_END;
-            if (place != IFRF_AFTER_END && (!Has(place) || Is_better(place, rec))) {
-                found |= 1ul << place;
-                best[place] = rec;
-            }
-            if (place == IFRF_AT_START) {
-                return true;
-            }
+        const int place = Ifrf_tm_compare(&t, &rec.start_tm, &rec.end_tm);
+        if (place != IFRF_AFTER_END && (!Has(place) || Is_better(place, rec))) {
+            found |= 1ul << place;
+            best[place] = rec;
         }
-        return false;
+        return place;
     }
 
 private:
@@ -63,14 +57,14 @@ const char* Base_name(const char* path)
     return base;
 }
 
-void Write_path(const std::string& dir, const _ifs_rec_file_& rec, char* path)
+void Write_path(const char* dir, const _ifs_rec_file_& rec, char* path)
 {
     _rec_file_info_ info{};
     info.info_mask = REC_INFO_NAME;
     info.rec = rec;
     std::string name;
     CIpcRecFile::SIrf_build_media_fn(name, &info);
-    snprintf(path, IFS_PATH_BYTES, "%s/%s", dir.c_str(), name.c_str());
+    snprintf(path, IFS_PATH_BYTES, "%s/%s", dir, name.c_str());
 }
 
 } // namespace
@@ -78,13 +72,19 @@ void Write_path(const std::string& dir, const _ifs_rec_file_& rec, char* path)
 int CIpcFileSystem::Ifs_find_record_file(tm* t, _ifs_stream_type_ stream, bool nearest, _rec_file_info_* out)
 {
     Candidates listed;
-    const auto list = m_rec_file_list_table.find(stream);
-    if (list != m_rec_file_list_table.end() && listed.Look_through(list->second, *t)) {
+    tm day = *t;
+    day.tm_hour = 0;
+    day.tm_min = 0;
+    day.tm_sec = INT_MIN;
+    m_catalogue.Walk_starts_from(stream, day, [&listed, t](const _ifs_rec_file_& rec) {
+        return Ifsm_cmp_date(&rec.start_tm, t) == 0 && listed.Consider(rec, *t) != IFRF_AT_START;
+    });
+    if (listed.Has(IFRF_AT_START)) {
         out->rec = listed.best[IFRF_AT_START];
         return 0;
     }
     int running = -1; // where t stands to the recording in *out
-    for (const auto& [fd, file] : m_recording_file_table) {
+    for (const auto& [fd, file] : m_open_files.Of(File_use::recording)) {
         out->info_mask = REC_INFO_NAME_AND_END;
         file->Irf_get_rec_info(out);
         const _ifs_rec_file_& rec = out->rec;
@@ -132,7 +132,7 @@ int CIpcFileSystem::Ifs_open(Open_file open_file)
         IFS_ERROR("Irf_open Failed\n");
         return -1;
     }
-    Enter_file(m_playing_file_table, handle.Get(), file);
+    m_open_files.Enter(File_use::playing, handle.Get(), file);
     return handle.Keep();
 }
 
@@ -153,8 +153,8 @@ int CIpcFileSystem::Ifs_open(tm* t, _ifs_stream_type_ stream)
                Ifs_stream_word(stream), IFS_TM_ARGS(*t), IFS_TM_ARGS(info.rec.start_tm),
                IFS_TM_ARGS(info.rec.end_tm));
     info.info_mask = REC_INFO_NAME;
-    return Ifs_open(
-        [&](CIpcRecFile& file) { return file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_READ); });
+    const char* const dir = Mount_dir();
+    return Ifs_open([&](CIpcRecFile& file) { return file.Irf_open(dir, &info, IRF_OPEN_READ); });
 }
 
 int CIpcFileSystem::Ifs_open(char* name)
@@ -163,9 +163,8 @@ int CIpcFileSystem::Ifs_open(char* name)
         IFS_ERROR("You must mount file system first\n");
         return -1;
     }
-    return Ifs_open([&](CIpcRecFile& file) {
-        return file.Irf_open(m_mount_point.c_str(), Base_name(name), IRF_OPEN_READ);
-    });
+    const char* const dir = Mount_dir();
+    return Ifs_open([&](CIpcRecFile& file) { return file.Irf_open(dir, Base_name(name), IRF_OPEN_READ); });
 }
 
 int CIpcFileSystem::Ifs_open(_ifs_rec_file_* rec)
@@ -175,15 +174,15 @@ int CIpcFileSystem::Ifs_open(_ifs_rec_file_* rec)
         return -1;
     }
     _rec_file_info_ info{REC_INFO_NAME, *rec};
-    return Ifs_open(
-        [&](CIpcRecFile& file) { return file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_READ); });
+    const char* const dir = Mount_dir();
+    return Ifs_open([&](CIpcRecFile& file) { return file.Irf_open(dir, &info, IRF_OPEN_READ); });
 }
 
 int CIpcFileSystem::Ifs_stat(int fd, _ifs_rec_file_* rec)
 {
-    CIpcRecFile* file = Find_file(m_playing_file_table, fd);
+    CIpcRecFile* file = m_open_files.Find(File_use::playing, fd);
     if (file == nullptr) {
-        file = Find_file(m_recording_file_table, fd);
+        file = m_open_files.Find(File_use::recording, fd);
     }
     if (file == nullptr) {
         IFS_ERROR("Invalid fd\n");
@@ -202,7 +201,7 @@ int CIpcFileSystem::Ifs_stat(int fd, _ifs_rec_file_* rec)
 int CIpcFileSystem::Ifs_read(int fd, char* buf, int size, int* payload_offset, int* payload_len,
                              int* frame_offset, int* frame_len, _ifs_frame_type_* frame_type, int* time)
 {
-    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    CIpcRecFile* const file = m_open_files.Find(File_use::playing, fd);
     if (file == nullptr) {
         IFS_ERROR("It's not playing file(%d)\n", fd);
         return -1;
@@ -212,7 +211,7 @@ int CIpcFileSystem::Ifs_read(int fd, char* buf, int size, int* payload_offset, i
 
 int CIpcFileSystem::Ifs_read(int fd, char* buf, int size)
 {
-    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    CIpcRecFile* const file = m_open_files.Find(File_use::playing, fd);
     if (file == nullptr) {
         IFS_ERROR("It's not playing file(%d)\n", fd);
         return -1;
@@ -222,7 +221,7 @@ int CIpcFileSystem::Ifs_read(int fd, char* buf, int size)
 
 int CIpcFileSystem::Ifs_seek(int fd, long offset, int whence)
 {
-    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    CIpcRecFile* const file = m_open_files.Find(File_use::playing, fd);
     if (file == nullptr) {
         IFS_ERROR("It's not playing file(%d)\n", fd);
         return -1;
@@ -232,7 +231,7 @@ int CIpcFileSystem::Ifs_seek(int fd, long offset, int whence)
 
 int CIpcFileSystem::Ifs_tseek(int fd, unsigned int t)
 {
-    CIpcRecFile* const file = Find_file(m_playing_file_table, fd);
+    CIpcRecFile* const file = m_open_files.Find(File_use::playing, fd);
     if (file == nullptr) {
         IFS_ERROR("It's not playing file(%d)\n", fd);
         return -1;
@@ -242,32 +241,34 @@ int CIpcFileSystem::Ifs_tseek(int fd, unsigned int t)
 
 int CIpcFileSystem::Ifs_get_file_name(_ifs_rec_file_* rec, char* path)
 {
-    const std::string dir = Mount_point();
-    if (dir.empty()) {
+    std::array<char, PATH_MAX> dir;
+    if (!Copy_mount_point(dir.data(), dir.size())) {
         IFS_ERROR("You must mount file system first\n");
         return -1;
     }
-    Write_path(dir, *rec, path);
+    Write_path(dir.data(), *rec, path);
     return 0;
 }
 
 int CIpcFileSystem::Ifs_get_file_name(tm* t, _ifs_stream_type_ stream, char* path)
 {
-    const std::string dir = Mount_point();
-    if (dir.empty()) {
+    std::array<char, PATH_MAX> dir;
+    if (!Copy_mount_point(dir.data(), dir.size())) {
         IFS_ERROR("You must mount file system first\n");
         return -1;
     }
     _rec_file_info_ info{};
-    if (Find_catalogued(t, stream, &info.rec)) {
-        Write_path(dir, info.rec, path);
+    if (m_catalogue.Find_start(stream, *t, &info.rec)) {
+        Write_path(dir.data(), info.rec, path);
         return 0;
     }
-    for (CIpcRecFile* const file : Recordings()) {
+    std::array<CIpcRecFile*, IFS_FILE_HANDLES> files;
+    const size_t count = m_open_files.Copy_recordings(files);
+    for (size_t i = 0; i < count; ++i) {
         info.info_mask = REC_INFO_NAME;
-        if (file->Irf_get_rec_info(&info) == 0 && Ifsm_tm_cmp(&info.rec.start_tm, t) == 0 &&
+        if (files[i]->Irf_get_rec_info(&info) == 0 && Ifsm_tm_cmp(&info.rec.start_tm, t) == 0 &&
             info.rec.stream_type == stream) {
-            Write_path(dir, info.rec, path);
+            Write_path(dir.data(), info.rec, path);
             return 0;
         }
     }

@@ -16,18 +16,6 @@ bool Is_older_naming(const char* name)
     return strstr(name, ".data") != nullptr && strncmp(name, "CH", 2) == 0;
 }
 
-/** Run a step. @return whether memory sufficed for it */
-template <typename Step>
-bool Has_memory_for(Step step)
-{
-    try {
-        step();
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-}
-
 } // namespace
 
 int CIpcFileSystem::Ifs_build_rec_file_list()
@@ -39,17 +27,14 @@ int CIpcFileSystem::Ifs_build_rec_file_list()
     Empty_catalogue();
     m_knows_whole_card = true;
     for (const _ifs_stream_type_ stream : k_streams) {
-        m_knows_whole_card &= Has_memory_for([&] { Take_index(stream); });
+        m_knows_whole_card &= Take_index(stream);
     }
     const auto scan = boost::bind(&CIpcFileSystem::Scan_record_file, this, boost::placeholders::_1,
                                   boost::placeholders::_2, boost::placeholders::_3);
     // A reference to the callback takes no memory.
-    Ifsdc_scan_directory(m_mount_point.c_str(), boost::cref(scan), nullptr);
-    for (auto& [stream, list] : m_index_list_table) {
-        Move_found_to_catalogue(stream, list);
-    }
-    for (auto& [stream, list] : m_rec_file_list_table) {
-        Has_memory_for([&, stream = stream] { Sort_catalogue(stream); }); // only the marks take any
+    Ifsdc_scan_directory(Mount_dir(), boost::cref(scan), nullptr);
+    for (const _ifs_stream_type_ stream : k_streams) {
+        Publish_found(stream);
     }
     for (auto& [stream, left_over] : m_index_list_table) {
         const int unindexed = m_unindexed_count_table[stream];
@@ -58,9 +43,7 @@ int CIpcFileSystem::Ifs_build_rec_file_list()
         }
         IFS_TRACE("Rewrite index file(%d, %d, %d)\n", static_cast<int>(stream), unindexed,
                   static_cast<int>(left_over.size()));
-        Rec_file_list none;
-        const auto found = m_rec_file_list_table.find(stream);
-        Ifs_rewrite_index_file(stream, found != m_rec_file_list_table.end() ? found->second : none);
+        Ifs_rewrite_index_file(stream, m_catalogue.Lists()[stream]);
     }
     unsigned long main_number = 0;
     unsigned long sub_number = 0;
@@ -90,9 +73,9 @@ try {
     }
     IFS_TRACE_TIMED("%s\n", name);
     CIpcRecFile file;
-    if (file.Irf_open(m_mount_point.c_str(), name, IRF_OPEN_PROBE) != 0) {
+    if (file.Irf_open(Mount_dir(), name, IRF_OPEN_PROBE) != 0) {
         IFS_ERROR("Remove file1(%s)\n", name);
-        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name);
+        CIpcRecFile::SIrf_remove_file(Mount_dir(), name);
         return SCAN_DIR_CONTINUE;
     }
     IFS_TRACE_TIMED("%s\n", name);
@@ -101,17 +84,17 @@ try {
     if (file.Irf_get_rec_info(&probed) != 0) {
         file.Irf_close();
         IFS_ERROR("Remove file2(%s)\n", name);
-        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name);
+        CIpcRecFile::SIrf_remove_file(Mount_dir(), name);
         return SCAN_DIR_CONTINUE;
     }
     IFS_TRACE_TIMED("%s\n", name);
     if (probed.rec.file_size == 0) {
         IFS_ERROR("Remove file3(%s)\n", name);
-        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name);
+        CIpcRecFile::SIrf_remove_file(Mount_dir(), name);
         return SCAN_DIR_CONTINUE;
     }
     ++m_unindexed_count_table[stream];
-    Add_to_catalogue(stream, probed.rec);
+    m_probed[stream].push_back(probed.rec);
     return SCAN_DIR_CONTINUE;
 } catch (const std::bad_alloc&) {
     IFS_ERROR("No memory for record file(%s)\n", name);
@@ -119,22 +102,28 @@ try {
     return SCAN_DIR_CONTINUE;
 }
 
-/** Load a stream's index and prepare the search for what the scan will find in it. Without the memory for
- * that the stream has no index, and its files are probed. */
-void CIpcFileSystem::Take_index(_ifs_stream_type_ stream)
-{
-    m_rec_file_list_table[stream]; // what is found moves there without memory
+/**
+ * Load a stream's index and prepare the search for what the scan will find in it. Without the memory for that
+ * the stream has no index, and its files are probed.
+ *
+ * @return whether memory sufficed
+ */
+bool CIpcFileSystem::Take_index(_ifs_stream_type_ stream)
+try {
     m_unindexed_count_table[stream] = 0;
     Rec_file_list& list = m_index_list_table[stream];
     Rec_file_list loaded;
     Ifs_load_index_file(stream, loaded);
     m_index_searches[stream].Begin(loaded);
     list.swap(loaded);
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
-bool CIpcFileSystem::Is_being_recorded(const char* name) const
+bool CIpcFileSystem::Is_being_recorded(const char* name)
 {
-    for (const auto& [fd, file] : m_recording_file_table) {
+    for (const auto& [fd, file] : m_open_files.Of(File_use::recording)) {
         std::string recorded;
         file->Irf_get_media_fn(recorded);
         if (recorded == name) {
@@ -145,17 +134,28 @@ bool CIpcFileSystem::Is_being_recorded(const char* name) const
 }
 
 /**
- * Move the index entries whose files the scan has found into the catalogue, in front of the recordings that
- * it probed: of those that start in the same second, the index entries were found first, in the order of the
+ * Put the index entries whose files the scan has found into the catalogue, in front of the recordings that it
+ * probed: of those that start in the same second, the index entries were found first, in the order of the
  * index.
  */
-void CIpcFileSystem::Move_found_to_catalogue(_ifs_stream_type_ stream, Rec_file_list& list)
+void CIpcFileSystem::Publish_found(_ifs_stream_type_ stream)
 {
-    Rec_file_list found = m_index_searches[stream].Take_found(list);
+    Rec_file_list found;
+    const auto index_list = m_index_list_table.find(stream);
+    if (index_list != m_index_list_table.end()) {
+        found = m_index_searches[stream].Take_found(index_list->second);
+    }
     for (_ifs_rec_file_& rec : found) {
         rec.stream_type = stream; // whatever a damaged item says
     }
-    if (!found.empty()) {
-        Put_in_front_of_catalogue(stream, found);
-    }
+    found.splice(found.end(), m_probed[stream]);
+    m_catalogue.Replace(stream, std::move(found));
+}
+
+void CIpcFileSystem::Empty_catalogue()
+{
+    m_catalogue.Clear();
+    m_unindexed_count_table.clear();
+    m_index_list_table.clear();
+    m_overlap_count_table.clear();
 }

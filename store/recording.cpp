@@ -54,17 +54,17 @@ int CIpcFileSystem::Ifs_create(tm* start, int video_system, int video_res, int w
     info.rec.have_audio = have_audio;
     info.rec.stream_type = stream_type;
     auto file = std::make_unique<CIpcRecFile>();
-    if (file->Irf_create(m_mount_point.c_str(), &info) != 0) {
+    if (file->Irf_create(Mount_dir(), &info) != 0) {
         IFS_ERROR("Irf_create Failed\n");
         return -1;
     }
     try {
-        Enter_file(m_recording_file_table, handle.Get(), file);
+        m_open_files.Enter(File_use::recording, handle.Get(), file);
     } catch (const std::bad_alloc&) { // the file must not refuse its name to the next try
         std::string name;
         file->Irf_get_media_fn(name);
         file->Irf_close();
-        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name.c_str());
+        CIpcRecFile::SIrf_remove_file(Mount_dir(), name.c_str());
         return -1;
     }
     return handle.Keep();
@@ -88,7 +88,7 @@ int CIpcFileSystem::Ifs_write(int fd, char* data1, int len1, char* data2, int le
         }
         total_write_len = 0;
     }
-    CIpcRecFile* const file = Find_file(m_recording_file_table, fd);
+    CIpcRecFile* const file = m_open_files.Find(File_use::recording, fd);
     if (file == nullptr) {
         IFS_ERROR("It's not recording file(%d)\n", fd);
         return -1;
@@ -98,11 +98,11 @@ int CIpcFileSystem::Ifs_write(int fd, char* data1, int len1, char* data2, int le
 
 int CIpcFileSystem::Ifs_close(int fd, tm* end)
 {
-    if (Find_file(m_playing_file_table, fd) != nullptr) {
-        Close_file(m_playing_file_table, fd);
+    if (m_open_files.Find(File_use::playing, fd) != nullptr) {
+        Close_file(File_use::playing, fd);
         return 0;
     }
-    CIpcRecFile* const file = Find_file(m_recording_file_table, fd);
+    CIpcRecFile* const file = m_open_files.Find(File_use::recording, fd);
     if (file == nullptr) {
         IFS_ERROR("Invalid fd:%d\n", fd);
         return 0;
@@ -110,8 +110,8 @@ int CIpcFileSystem::Ifs_close(int fd, tm* end)
     try {
         Ifs_close(*file, fd, end);
     } catch (const std::bad_alloc&) { // the next mount finds what the catalogue or the index now lacks
-        if (Find_file(m_recording_file_table, fd) != nullptr) {
-            Close_file(m_recording_file_table, fd);
+        if (m_open_files.Find(File_use::recording, fd) != nullptr) {
+            Close_file(File_use::recording, fd);
         }
     }
     return 0;
@@ -134,9 +134,9 @@ void CIpcFileSystem::Ifs_close(CIpcRecFile& file, int fd, tm* end)
         stays = true;
     }
     if (!stays) {
-        Close_file(m_recording_file_table, fd);
-        IFS_TRACE("remove file(%s, %s)\n", m_mount_point.c_str(), name.c_str());
-        CIpcRecFile::SIrf_remove_file(m_mount_point.c_str(), name.c_str());
+        Close_file(File_use::recording, fd);
+        IFS_TRACE("remove file(%s, %s)\n", Mount_dir(), name.c_str());
+        CIpcRecFile::SIrf_remove_file(Mount_dir(), name.c_str());
         return;
     }
     if (end != nullptr) {
@@ -146,14 +146,14 @@ void CIpcFileSystem::Ifs_close(CIpcRecFile& file, int fd, tm* end)
                IFS_TM_ARGS(info.rec.end_tm), static_cast<void*>(end));
     Rec_file_list entry(1, info.rec); // what is in the index can be entered in the catalogue, too
     Ifs_append_index_file(info.rec.stream_type, &info.rec);
-    Add_sorted(info.rec.stream_type, entry);
-    Close_file(m_recording_file_table, fd);
+    m_catalogue.Add(info.rec.stream_type, entry);
+    Close_file(File_use::recording, fd);
 }
 
 /** Close an open file and take it out of its table, its handle back and its object down. */
-void CIpcFileSystem::Close_file(File_table& table, int fd)
+void CIpcFileSystem::Close_file(File_use use, int fd)
 {
-    const std::unique_ptr<CIpcRecFile> file = Remove_file(table, fd);
+    const std::unique_ptr<CIpcRecFile> file = m_open_files.Remove(use, fd);
     file->Irf_close();
     m_file_handle->Ifsh_free(fd);
 }

@@ -94,26 +94,24 @@ int Ifrf_tm_compare(const tm* t, const tm* start, const tm* end)
     return against_end < 0 ? IFRF_BETWEEN : IFRF_AFTER_END;
 }
 
-/** Call take with a copy of each catalogued and then each running recording that matches a search. */
-template <typename Take_catalogued, typename Take_running>
-void CIpcFileSystem::For_each_match(_searcher_info_* search, Take_catalogued take_catalogued,
-                                    Take_running take_running)
+/** Call take with each catalogued and then with each running recording that matches a search, and which it
+ * is. */
+template <typename Take>
+void CIpcFileSystem::For_each_match(_searcher_info_* search, Take take)
 {
-    _ifs_rec_file_ rec;
-    const auto found = m_rec_file_list_table.find(search->stream_type);
-    if (found != m_rec_file_list_table.end()) {
-        bool go_on = true;
-        Rec_file_list& list = found->second;
-        auto it = m_catalogue_indexes[search->stream_type].Walk_from(list, search->start_tm);
-        for (; go_on && it != list.end(); ++it) {
-            if (Ifs_is_suitable_rec(it, &rec, search, &go_on)) {
-                take_catalogued(rec);
-            }
-        }
-    }
-    for (const auto& [fd, file] : m_recording_file_table) {
+    m_catalogue.Walk_ends_from(search->stream_type, search->start_tm,
+                               [search, &take](Rec_file_list::iterator it) {
+                                   _ifs_rec_file_ rec;
+                                   bool go_on = true;
+                                   if (Ifs_is_suitable_rec(it, &rec, search, &go_on)) {
+                                       take(rec, false);
+                                   }
+                                   return go_on;
+                               });
+    for (const auto& [fd, file] : m_open_files.Of(File_use::recording)) {
+        _ifs_rec_file_ rec;
         if (Ifs_is_suitable_rec(file, &rec, search)) {
-            take_running(rec);
+            take(rec, true);
         }
     }
 }
@@ -134,12 +132,12 @@ int CIpcFileSystem::Ifs_find_open(tm* start, tm* end, _ifs_stream_type_ stream)
     search->end_tm = *end;
     search->stream_type = stream;
     Rec_file_list& matches = search->rec_file_list;
-    For_each_match(
-        search.get(), [&matches](_ifs_rec_file_& rec) { matches.push_back(rec); },
-        [&matches](_ifs_rec_file_& rec) {
-            rec.file_size = k_still_written;
-            matches.push_back(rec);
-        });
+    For_each_match(search.get(), [&matches](const _ifs_rec_file_& rec, bool is_running) {
+        matches.push_back(rec);
+        if (is_running) {
+            matches.back().file_size = k_still_written;
+        }
+    });
     search->cur_pos = matches.begin();
     const int number = static_cast<int>(matches.size());
     _searcher_info_*& place = m_searcher_table[handle.Get()];
@@ -210,7 +208,7 @@ int CIpcFileSystem::Ifs_find_next(int handle, int count, _ifs_rec_file_* out)
 
 int CIpcFileSystem::Ifs_get_recording_file_info(Rec_file_list::iterator& it, _ifs_rec_file_* out)
 {
-    for (const auto& [fd, file] : m_recording_file_table) {
+    for (const auto& [fd, file] : m_open_files.Of(File_use::recording)) {
         _ifs_rec_file_ rec;
         if (!Describe(file, REC_INFO_IDENTITY, &rec)) {
             IFS_ERROR("Irf_get_rec_info Failed\n");
@@ -226,7 +224,7 @@ int CIpcFileSystem::Ifs_get_recording_file_info(Rec_file_list::iterator& it, _if
     info.info_mask = REC_INFO_NAME;
     Ifs_rec_file_info_copy(it, &info.rec, true);
     CIpcRecFile file;
-    if (file.Irf_open(m_mount_point.c_str(), &info, IRF_OPEN_PROBE) != 0) {
+    if (file.Irf_open(Mount_dir(), &info, IRF_OPEN_PROBE) != 0) {
         IFS_ERROR("Irf_open Failed\n");
         return IFS_FILE_GONE;
     }
@@ -249,8 +247,8 @@ int CIpcFileSystem::Ifs_get_rec_calendar(tm* start, tm* end, _ifs_stream_type_ s
     search.start_tm = *start;
     search.end_tm = *end;
     search.stream_type = stream;
-    const auto mark = [=](_ifs_rec_file_& rec) { Ifs_calendar_calculate(&rec, days, start, end); };
-    For_each_match(&search, mark, mark);
+    For_each_match(&search,
+                   [=](_ifs_rec_file_& rec, bool) { Ifs_calendar_calculate(&rec, days, start, end); });
 
     IFS_DETAIL("Calendar(stream type:%d)(From " IFS_TM_FORMAT " To " IFS_TM_FORMAT ")\n",
                static_cast<int>(stream), IFS_TM_ARGS(*start), IFS_TM_ARGS(*end));
@@ -268,7 +266,7 @@ int CIpcFileSystem::Ifs_get_latest_rec_time(tm* latest)
     }
     *latest = {};
     int result = IFS_CATALOGUE_EMPTY;
-    for (const auto& [stream, list] : m_rec_file_list_table) {
+    for (const auto& [stream, list] : m_catalogue.Lists()) {
         if (!list.empty() && Ifsm_tm_cmp(&list.back().end_tm, latest) > 0) {
             *latest = list.back().end_tm;
             result = 0;

@@ -1,7 +1,7 @@
 #ifndef IFS_STORE_SEARCHER_INFO_H
 #define IFS_STORE_SEARCHER_INFO_H
 
-#include "store/catalogue.h"
+#include "store/rec_file_list.h"
 
 /** One open search: the range, and copies of the entries that matched when it was opened. */
 struct _searcher_info_ {

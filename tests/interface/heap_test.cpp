@@ -58,10 +58,12 @@ TEST_F(Heap, OfAFullCardsCatalogueFitsACamera)
 
     const size_t before = Heap_in_use();
     size_t most = before;
-    ASSERT_EQ(Ifsi_mount(m_files.c_str()), 0);
-    while (Ifsi_loading_rebuilding_index_file_flag()) {
-        most = std::max(most, Heap_in_use());
-        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // counting the heap stops its use
+    for (int mount = 1; mount <= 2; ++mount) { // the second beside the first one's catalogue
+        ASSERT_EQ(Ifsi_mount(m_files.c_str()), 0);
+        while (Ifsi_loading_rebuilding_index_file_flag()) {
+            most = std::max(most, Heap_in_use());
+            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // counting the heap stops its use
+        }
     }
     const size_t after = Heap_in_use();
 

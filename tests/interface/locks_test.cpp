@@ -1,8 +1,10 @@
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <thread>
@@ -18,7 +20,42 @@ namespace
 
 std::atomic<bool> g_no_threads{false};
 
+/* Steps of a rebuild, each of which waits until the frames have taken one. */
+std::atomic<bool> g_rebuild_waits{false};
+std::atomic<int> g_rebuild_steps{0};
+std::atomic<int> g_frame_steps{0};
+
+/** Called where a thread takes or gives back memory. */
+void Step() noexcept
+{
+    char name[16] = "";
+    if (g_rebuild_waits && prctl(PR_GET_NAME, name) == 0 && strcmp(name, "brflt") == 0) {
+        const int step = ++g_rebuild_steps;
+        const auto limit = std::chrono::steady_clock::now() + 30s;
+        while (g_rebuild_waits && g_frame_steps < step) {
+            g_rebuild_waits = std::chrono::steady_clock::now() < limit; // never again, and the test fails
+        }
+    }
+}
+
 } // namespace
+
+void* operator new(size_t size)
+{
+    Step();
+    return malloc(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    Step();
+    free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept
+{
+    operator delete(memory);
+}
 
 /** The C library's, unless no thread shall be had. */
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
@@ -184,6 +221,33 @@ TEST_F(Locks, AreFreeAgainWhenNoRebuildWorkerCanBeStarted)
     g_no_threads = false;
     EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
     EXPECT_EQ(Counts(), "1 0");
+}
+
+TEST_F(Locks, NoFrameWaitsForWhatARebuildDoesToTheCatalogue)
+{
+    hostcard_set_listing(nullptr);
+    Mount();
+    Record(At(10, 0));
+    Record(At(11, 0), 10, IFS_STREAM_SUB);
+    g_rebuild_waits = true;
+    std::thread frames([] {
+        tm t = At(10, 0);
+        char path[128];
+        while (g_rebuild_waits) {
+            if (g_frame_steps < g_rebuild_steps) {
+                Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0);
+                Ifsi_read_standard(99, nullptr, 0);
+                Ifsi_get_file_name_v2(&t, IFS_STREAM_MAIN, path);
+                ++g_frame_steps;
+            }
+        }
+    });
+    Mount();
+    EXPECT_TRUE(g_rebuild_waits) << "after " << g_frame_steps << " steps";
+    EXPECT_GE(g_frame_steps, 10); // two recordings freed, two read
+    g_rebuild_waits = false;
+    frames.join();
+    EXPECT_EQ(Starts(IFS_STREAM_SUB), "11:00:00");
 }
 
 TEST(Library, StaysWhereItsWorkersRunWhenItsHostUnloadsIt)

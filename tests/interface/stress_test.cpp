@@ -36,29 +36,6 @@ protected:
     std::atomic<bool> m_stop{false};
 };
 
-TEST_F(Stress, MountingBesideTheCallsThatDoNotWaitForIt)
-{
-    Record(At(8, 0), 2);
-    const std::vector<std::function<void()>> bodies = {
-        [] { Ifsi_write(99, nullptr, 100, nullptr, 0, IFS_FRAME_I, 0); }, // asks for the free space at times
-        [] {
-            tm t = At(8, 0);
-            char path[128];
-            _ifs_rec_file_ rec{};
-            Ifsi_stat(99, &rec);
-            Ifsi_read_standard(99, nullptr, 0);
-            Ifsi_get_file_name_v2(&t, IFS_STREAM_MAIN, path);
-            Ifsi_get_file_name(&rec, path);
-        },
-        [this] {
-            EXPECT_EQ(Ifsi_umount(), 0);
-            EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0);
-        },
-    };
-    Run_together(bodies, std::chrono::milliseconds(1500));
-    EXPECT_EQ(Counts(), "1 0");
-}
-
 TEST_F(Stress, EveryCallBesideEveryOther)
 {
     for (int i = 0; i < 20; ++i) {

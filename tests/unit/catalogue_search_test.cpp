@@ -30,60 +30,73 @@ std::string Tags(const Rec_file_list& list)
 
 } // namespace
 
-TEST(CatalogueIndex, LeavesNoMatchOutOfASearchWhateverComesAndGoes)
+TEST(CatalogueIndex, FindsWhatAWalkOfTheSortedListFindsWhateverComesAndGoes)
 {
     std::mt19937 random(1);
     const auto below = [&random](int bound) {
         return static_cast<int>(random() % static_cast<unsigned>(bound));
     };
-    Rec_file_list list;
+    Rec_file_list list, sorted;
     Catalogue_index index;
-    index.Sort(list);
     for (int step = 0, start = 0; step < 5000; ++step) {
-        if (!list.empty() && below(100) < 45) {
+        if (list.size() > 300 || (!list.empty() && below(100) < 45)) {
             const int at = below(10) == 0 ? below(static_cast<int>(list.size())) : 0; // the oldest, as a rule
-            const auto position = std::next(list.begin(), at);
-            index.Forget(list, position);
-            list.erase(position);
-        } else {
-            list.push_back(Recording(start += 1 + below(3), below(50) == 0 ? 500 - below(1000) : 2, step));
-            index.Extend(list);
+            index.Remove(list, std::next(list.begin(), at));
+            sorted.erase(std::next(sorted.begin(), at));
+        } else { // now and then late, in the second of another, or with an odd end
+            start += below(300) == 0 ? 0 : 1 + below(3);
+            const int length = below(50) == 0 ? 500 - below(1000) : 2;
+            sorted.push_back(Recording(below(20) == 0 ? start - below(400) : start, length, step));
+            Rec_file_list entry(1, sorted.back());
+            index.Add(list, entry);
+            Ifs_sort_rec_file_list(sorted);
         }
+        ASSERT_EQ(Tags(list), Tags(sorted)) << step;
         _searcher_info_ search{};
         const int from = below(start + 10);
         search.start_tm = Utc(2020, 1, 1, 0, 0, from);
         search.end_tm = Utc(2020, 1, 1, 0, 0, from + below(20));
-        const auto matches = [&](Rec_file_list::iterator begin) {
-            Rec_file_list found;
-            bool go_on = true;
-            for (auto it = begin; go_on && it != list.end(); ++it) {
-                if (Ifs_is_suitable_rec(&*it, &search, &go_on)) {
-                    found.push_back(*it);
-                }
-            }
-            return Tags(found);
-        };
-        ASSERT_EQ(matches(index.Walk_from(list, search.start_tm)), matches(list.begin())) << step;
+        std::string found, expected;
+        bool go_on = true;
+        index.Walk_from(list, search.start_tm, [&](Rec_file_list::iterator it) {
+            found += Ifs_is_suitable_rec(&*it, &search, &go_on) ? Tags({*it}) : "";
+            return go_on;
+        });
+        for (_ifs_rec_file_& rec : sorted) {
+            expected += Ifs_is_suitable_rec(&rec, &search, &go_on) ? Tags({rec}) : "";
+        }
+        ASSERT_EQ(found, expected) << step;
+        const auto first = std::find_if(list.begin(), list.end(), [&search](const _ifs_rec_file_& rec) {
+            return Ifsm_tm_cmp(&rec.start_tm, &search.start_tm) >= 0;
+        });
+        ASSERT_EQ(index.First_from(list, search.start_tm), first) << step;
     }
 }
 
-TEST(CatalogueIndex, TakesNoMemoryForWhatIsGone)
+TEST(CatalogueIndex, OfOneOddEndCostsASearchOneBlockUntilItIsGone)
 {
     const auto heap = [] { return mallinfo2().uordblks; };
     Rec_file_list list;
     Catalogue_index index;
-    index.Sort(list);
     size_t after_a_while = 0;
     for (int i = 0; i < 100000; ++i) {
-        list.push_back(Recording(i, 1, i));
-        index.Extend(list);
-        if (list.size() > 100) {
-            index.Forget(list, list.begin());
-            list.pop_front();
+        Rec_file_list entry(1, Recording(i, i == 99100 ? 1 << 30 : 1, i));
+        index.Add(list, entry);
+        if (list.size() > 1000) {
+            index.Remove(list, list.begin());
         }
-        after_a_while = i == 1000 ? heap() : after_a_while;
+        after_a_while = i == 2000 ? heap() : after_a_while;
     }
     EXPECT_LE(heap(), after_a_while + 1024);
+    const auto visits = [&] {
+        int count = 0;
+        index.Walk_from(list, Utc(2020, 1, 1, 0, 0, 99999),
+                        [&count](Rec_file_list::iterator) { return ++count > 0; });
+        return count;
+    };
+    EXPECT_LE(visits(), 2 * 64);
+    index.Remove(list, std::next(list.begin(), 100));
+    EXPECT_LE(visits(), 64);
 }
 
 TEST(IndexSearch, GivesTheCatalogueThatAWalkFromTheFrontGives)

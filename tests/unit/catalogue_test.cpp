@@ -1,4 +1,4 @@
-#include "store/catalogue.h"
+#include "store/rec_file_list.h"
 
 #include "store/ifsdirectoryscaner.h"
 #include "store/index_item.h"

@@ -1,0 +1,17 @@
+#ifndef IFS_STORE_PROCESS_LOCKS_H
+#define IFS_STORE_PROCESS_LOCKS_H
+
+#include "util/thread_annotations.h"
+
+/**
+ * The three process-wide locks of ifs.h, as names for the compiler's analysis: there is nothing behind them.
+ * The exported calls take the real locks, which the store does not know, and these with them.
+ */
+class CAPABILITY("lock") Process_lock
+{
+};
+extern Process_lock gInterface_lock;
+extern Process_lock gWrite_lock;
+extern Process_lock gRead_lock;
+
+#endif
