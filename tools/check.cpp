@@ -10,7 +10,7 @@
 namespace
 {
 
-/** What a check has to tell. */
+/** What a check reports. */
 struct Report {
     std::vector<Finding> findings;
     nlohmann::json recordings = nlohmann::json::array();
@@ -50,12 +50,14 @@ std::vector<Finding> repair_card(CardCheck& check)
 {
     std::vector<Finding> findings = check.findings();
     check.repair();
-    const std::vector<Finding> left = check.findings();
+    std::vector<Finding> left = check.findings();
     findings.erase(std::remove_if(findings.begin(), findings.end(),
                                   [&left](const Finding& one) { return is_among(one, left); }),
                    findings.end());
     for (Finding& one : findings)
         one.mended = true;
+    for (Finding& one : left)
+        one.sentence += one.kind->mended ? ", and it could not be mended" : "";
     findings.insert(findings.end(), left.begin(), left.end());
     return findings;
 }
@@ -152,34 +154,44 @@ ExitCode check_card(const Context& context, bool repair)
         context.results.write(report_json(context, report));
     else
         context.results.write(report_text(report));
-    return report.problems() > 0 ? ExitCode::problem : ExitCode::ok;
+    if (report.problems() > 0)
+        return ExitCode::problem;
+    const bool failed =
+        repair && std::any_of(report.findings.begin(), report.findings.end(),
+                              [](const Finding& one) { return one.kind->mended && !one.mended; });
+    return failed ? ExitCode::failed : ExitCode::ok;
 }
 
 std::string check_footer()
 {
     std::string text = R"(
-Every finding is a line: its severity, its code, the file, what is so and what would mend it.
-A problem is a promise that does not hold. A note is normal after a power cut, or the next mount mends it at no loss.
-The check is done without the library, whose mount would change the card. With --repair, a line also tells what was
-done. Exit code 9 means that problems are left.
+Every finding is a line: its severity, its code, the file, what is wrong and
+what would mend it. A problem is footage or a catalogue entry that is damaged or
+in danger. A note is normal after a power cut, or the next mount mends it at no
+loss. The check reads the card without the library, whose mount would change it.
+With --repair, a line also says what was done. Exit code 9 means that problems
+are left, 1 that something could not be mended.
 
 )";
     for (const FindingKind* kind : finding::kinds) {
         std::string name = std::string(severity(*kind)) + " " + kind->code;
-        name.resize(24, ' ');
-        text += "    " + name + kind->meaning + (kind->mended ? " (*)\n" : "\n");
+        name.resize(23, ' ');
+        text += "  " + name + kind->meaning + (kind->mended ? " (*)\n" : "\n");
     }
     return text + R"(
-    (*) --repair mends it
+  (*) --repair mends it
 
 With --json, one object:
     card              its path
     problems          number of problems that are left
-    findings          of each: code, severity (problem or note), file (null: the card itself), message,
-                      mendable (by --repair), mended (by this run)
-    recordings        of each record file, after a repair if there was one: file, stream (main or sub),
-                      state (finished, interrupted, stub, empty or unreadable), size_bytes, torn_bytes (behind the
-                      last frame that plays), frames, duration_ms, damaged_at_ms (the first frame that cannot be
+    findings          of each: code, severity (problem or note), file (null: the
+                      card itself), message, mendable (by --repair), mended (by
+                      this run)
+    recordings        of each record file, after a repair if there was one:
+                      file, stream (main or sub), state (finished, interrupted,
+                      stub, empty or unreadable), size_bytes (of the file),
+                      torn_bytes (behind the last frame that plays), frames,
+                      duration_ms, damaged_at_ms (the first frame that cannot be
                       read; null: none), listed (in an index)
     record_files      their number
     max_record_files  the most that a card's folder holds)";

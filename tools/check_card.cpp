@@ -118,7 +118,7 @@ _ifs_rec_file_ entry_from_file(const RecordFile& file)
     return entry;
 }
 
-/** What an entry tells that is not so, as the end of a sentence; empty when it fits its file. */
+/** What is wrong in an entry, as the end of a sentence; empty when it fits its file. */
 std::string differences(const RecordFile& file)
 {
     const _ifs_rec_file_& told = *file.entry;
@@ -276,6 +276,10 @@ void CardCheck::judge_file(const RecordFile& file, std::vector<Finding>& found) 
         }
         [[fallthrough]];
     case RecordingState::unreadable:
+        if (inspection.read_failed) {
+            add(finding::read_failed, "it cannot be read");
+            break;
+        }
         add(finding::unreadable, std::string("no frame of it can be read, ") +
                                      (listed || inspection.described ? "though the library lists it"
                                                                      : "the next mount deletes it"));
@@ -296,7 +300,7 @@ void CardCheck::judge_entry(const RecordFile& file, std::vector<Finding>& found)
         return;
     const std::string text = differences(file);
     if (!text.empty())
-        found.push_back({&finding::entry_differs, file.name, "its index entry tells " + text});
+        found.push_back({&finding::entry_differs, file.name, "its index entry has " + text});
 }
 
 void CardCheck::judge_index(const Stream& stream, std::vector<Finding>& found) const
@@ -317,15 +321,14 @@ void CardCheck::judge_index(const Stream& stream, std::vector<Finding>& found) c
         return;
     }
     if (!index.header_fits) {
-        add(finding::index_header, "it does not begin like an index");
+        add(finding::index_header, "its first 15 bytes are not those of an index");
         return;
     }
     if (index.damaged_items > 0)
         add(finding::index_item,
-            "entries that do not begin like one: " + std::to_string(index.damaged_items));
+            "entries that do not begin with ITEM: " + std::to_string(index.damaged_items));
     if (index.torn_bytes > 0)
-        add(finding::index_torn,
-            "it ends amid an entry, with " + std::to_string(index.torn_bytes) + " bytes of it");
+        add(finding::index_torn, "its last entry is torn, bytes of it: " + std::to_string(index.torn_bytes));
     if (!index.loads())
         return;
     if (!std::is_sorted(index.entries.begin(), index.entries.end(), starts_before))
@@ -336,7 +339,7 @@ void CardCheck::judge_index(const Stream& stream, std::vector<Finding>& found) c
         add(finding::no_file, "it lists " + file_name(entry) + ", which is not on the card");
 }
 
-/** @return whether the index is to list a file; entry is then what it is to tell */
+/** @return whether the index is to list a file; entry is then what it is to hold */
 bool CardCheck::mended_entry(const RecordFile& file, _ifs_rec_file_& entry) const
 {
     const bool listed = file.entry && stream_of(file).index.loads();

@@ -6,7 +6,7 @@
 
 /**
  * A kind of finding. A problem is a promise that does not hold: footage that cannot be read or will be
- * deleted, or a catalogue that tells what is not so. A note is what the camera lives with: normal after a
+ * deleted, or a catalogue that is wrong. A note is what the camera lives with: normal after a
  * power cut, or mended by the next mount at no loss.
  */
 struct FindingKind {
@@ -26,30 +26,30 @@ constexpr FindingKind no_partition = {"no-partition", true,
                                       "the partition table describes no first partition",
                                       "'format' writes one and erases the card"};
 constexpr FindingKind no_file_system = {"no-file-system", true,
-                                        "the boot record is none of a FAT32 file system",
+                                        "the first partition has no FAT32 boot record",
                                         "'format' makes one and erases the card"};
 
 constexpr FindingKind unreadable = {
     "unreadable", true, "a recording that no player opens",
     "copy it off first if it matters, the library deletes what it cannot read"};
+constexpr FindingKind read_failed = {"read-failed", true, "a recording that the system fails to read",
+                                     "see its permissions, or try another card reader, no mount deletes it"};
 constexpr FindingKind footage_lost = {
-    "footage-lost", true, "damage in an unfinished recording, more than the last 5 s lie behind it",
+    "footage-lost", true, "damage in an unfinished recording, footage behind it",
     "copy it off before the next mount, which ends the recording at the damage"};
-constexpr FindingKind frame_damaged = {"frame-damaged", true, "frames that cannot be read",
+constexpr FindingKind frame_damaged = {"frame-damaged", true, "frames that are damaged or cannot be read",
                                        "nothing mends it, the other frames play"};
 constexpr FindingKind frame_order = {"frame-order", true, "frames that do not follow each other in the file",
                                      "nothing mends it, a copy of the file is the best there is"};
 constexpr FindingKind no_key_frame = {"no-key-frame", true,
                                       "a recording that does not begin with a key frame",
                                       "nothing mends it, it plays from its first key frame on"};
-constexpr FindingKind wrong_name = {
-    "wrong-name", true, "a name that the library takes for that of a recording, with a wrong separator",
-    "copy it off and give it a name of its own"};
+constexpr FindingKind wrong_name = {"wrong-name", true, "a recording's name with a wrong separator",
+                                    "copy it off and give it a name of its own"};
 constexpr FindingKind interrupted = {"interrupted", false, "a recording that was not finished",
                                      "the library when it next opens it, or --repair, finishes it",
                                      "the recording was finished"};
-constexpr FindingKind stub = {"stub", false,
-                              "a recording that was cut short before its first frames were whole",
+constexpr FindingKind stub = {"stub", false, "a recording cut short before its first whole frame",
                               "the next mount deletes it"};
 constexpr FindingKind empty = {"empty", false, "a recording of 0 bytes, which never got a frame",
                                "it holds nothing, a mount deletes it unless the index lists it"};
@@ -57,20 +57,19 @@ constexpr FindingKind near_name = {"near-name", false,
                                    "a name that looks like that of a recording and is none",
                                    "rename it like Rec_20260305_100000_061_M.mp4 to have it listed"};
 
-constexpr FindingKind entry_differs = {
-    "entry-differs", true, "an index entry that tells something else than its file",
-    "--repair writes the entry anew, no mount does", "the entry was written anew"};
+constexpr FindingKind entry_differs = {"entry-differs", true, "an index entry that differs from its file",
+                                       "--repair writes the entry anew, no mount does",
+                                       "the entry was written anew"};
 constexpr FindingKind index_missing = {"index-missing", false,
                                        "a stream with recordings and without an index", index_advice,
                                        "the index was written"};
-constexpr FindingKind index_header = {"index-header", false, "an index that does not begin like one",
+constexpr FindingKind index_header = {"index-header", false, "an index with a damaged beginning",
                                       index_advice, "the index was written anew"};
-constexpr FindingKind index_torn = {"index-torn", false, "an index that ends amid an entry", index_advice,
+constexpr FindingKind index_torn = {"index-torn", false, "an index whose last entry is torn", index_advice,
                                     "the index was written anew"};
-constexpr FindingKind index_item = {"index-item", false, "an index entry that does not begin like one",
+constexpr FindingKind index_item = {"index-item", false, "an index entry with a damaged beginning",
                                     index_advice, "the index was written anew"};
-constexpr FindingKind index_order = {"index-order", false,
-                                     "index entries that are not in the order of their start",
+constexpr FindingKind index_order = {"index-order", false, "index entries not in the order of their start",
                                      "it does no harm, --repair sorts them", "the entries were sorted"};
 constexpr FindingKind index_duplicate = {"index-duplicate", false,
                                          "a second index entry for the same recording", index_advice,
@@ -82,10 +81,10 @@ constexpr FindingKind no_file = {"no-file", false, "an index entry whose recordi
 
 /** All kinds, problems first. */
 constexpr const FindingKind* kinds[] = {
-    &no_partition,    &no_file_system, &unreadable,    &footage_lost, &frame_damaged, &frame_order,
-    &no_key_frame,    &wrong_name,     &entry_differs, &interrupted,  &stub,          &empty,
-    &near_name,       &index_missing,  &index_header,  &index_torn,   &index_item,    &index_order,
-    &index_duplicate, &no_entry,       &no_file,
+    &no_partition, &no_file_system,  &unreadable,    &read_failed,   &footage_lost, &frame_damaged,
+    &frame_order,  &no_key_frame,    &wrong_name,    &entry_differs, &interrupted,  &stub,
+    &empty,        &near_name,       &index_missing, &index_header,  &index_torn,   &index_item,
+    &index_order,  &index_duplicate, &no_entry,      &no_file,
 };
 
 } // namespace finding

@@ -34,7 +34,9 @@ std::string seconds_text(uint64_t ms)
     return text;
 }
 
-/** Why a picture cannot be read; null when its NAL units fill it exactly. */
+constexpr const char* unreadable = "it cannot be read";
+
+/** What is wrong with a picture; null when its NAL units fill it exactly. */
 const char* fault_in_picture(Source& source, const ParsedMovie& movie, uint64_t offset, uint64_t size)
 {
     const size_t length_bytes = movie.nal_length_bytes();
@@ -44,7 +46,7 @@ const char* fault_in_picture(Source& source, const ParsedMovie& movie, uint64_t 
             return "its NAL units do not fill it";
         const uint8_t* length = source.at(offset, length_bytes);
         if (!length)
-            return "the card does not give it";
+            return unreadable;
         uint64_t nal_bytes = 0;
         for (size_t i = 0; i < length_bytes; ++i)
             nal_bytes = nal_bytes << 8 | length[i];
@@ -52,8 +54,10 @@ const char* fault_in_picture(Source& source, const ParsedMovie& movie, uint64_t 
         if (nal_bytes > end - offset || (nal_bytes == 0 && movie.recording))
             return "its NAL units do not fill it";
         const uint8_t* header = nal_bytes > 0 ? source.at(offset, 1) : length;
-        if (!header || (nal_bytes > 0 && (*header & 0x80) != 0))
-            return "a NAL unit in it begins with a bit that none has";
+        if (!header)
+            return unreadable;
+        if (nal_bytes > 0 && (*header & 0x80) != 0)
+            return "forbidden_zero_bit is set in a NAL unit";
         offset += nal_bytes;
     }
     return nullptr;
@@ -135,13 +139,14 @@ void FrameWalk::walk(int track)
     }
     m_inspection.frames += cursor.sample();
     if (cursor.sample() < samples.count)
-        count_bad(samples.count - cursor.sample(), "no place in the file is told for it");
+        count_bad(samples.count - cursor.sample(), "the sample table gives no offset");
     if (bad > 0)
-        add(finding::frame_damaged, std::to_string(bad) + " of " + std::to_string(samples.count) + " " +
-                                        track_names[track] + " frames cannot be read, the first is " + first);
+        add(finding::frame_damaged, std::string("damaged ") + track_names[track] +
+                                        " frames: " + std::to_string(bad) + " of " +
+                                        std::to_string(samples.count) + ", the first is " + first);
 }
 
-/** The frames of a recording of ours lie one behind the other, and the order of writing is told for each. */
+/** The frames of a recording of ours lie one behind the other, and the order of writing is given for each. */
 void FrameWalk::check_order()
 {
     std::sort(m_ranges.begin(), m_ranges.end());
@@ -149,11 +154,11 @@ void FrameWalk::check_order()
         m_inspection.frames_end = m_ranges.back().second;
     const auto overlaps = [](const auto& a, const auto& b) { return b.first < a.second; };
     if (!m_ascending)
-        add(finding::frame_order, "a frame lies in front of the one before it");
+        add(finding::frame_order, "a frame lies in the file before the one that it follows");
     else if (std::adjacent_find(m_ranges.begin(), m_ranges.end(), overlaps) != m_ranges.end())
         add(finding::frame_order, "two frames share bytes of the file");
     else if (m_movie.tables.exact.order.size() != m_movie.tables.count())
-        add(finding::frame_order, "the order of picture and sound is not told for every frame");
+        add(finding::frame_order, "the order of writing is not given for every frame");
 }
 
 /** Times of the fragments that begin behind an offset, ms; first is the larger one without any. */
@@ -242,7 +247,7 @@ void inspect_movie(Source& source, Inspection& inspection)
     if (inspection.state == RecordingState::finished)
         return;
     look_behind(source, fragments_end, inspection);
-    if (!inspection.playable() && !inspection.described && !inspection.footage_lost &&
+    if (!inspection.playable() && !inspection.described && !inspection.footage_lost && !source.failed() &&
         begins_like_a_recording(source))
         inspection.state = RecordingState::stub;
 }
@@ -268,13 +273,15 @@ Inspection inspect_recording(const std::string& path)
         return inspection;
     Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     Source source(fd.get());
-    if (!fd || !source.refresh())
+    inspection.read_failed = !fd || !source.refresh();
+    if (inspection.read_failed)
         return inspection;
     inspection.size = source.size();
     if (source.size() == 0)
         inspection.state = RecordingState::empty;
     else
         inspect_movie(source, inspection);
+    inspection.read_failed = source.failed();
     return inspection;
 }
 

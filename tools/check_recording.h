@@ -29,6 +29,7 @@ struct Inspection {
     uint64_t frames = 0;     /**< of both tracks */
     uint64_t torn_bytes = 0; /**< behind the last whole fragment of what was interrupted */
     std::optional<uint64_t> damaged_at_ms; /**< time of the first frame that cannot be read */
+    bool read_failed = false;              /**< for another reason than the end of the file */
     bool described = false; /**< a mount takes it for sound, for it only reads the description */
     bool footage_lost =
         false; /**< whole fragments lie behind the damage, of more time than a power cut may cost */

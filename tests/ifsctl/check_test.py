@@ -11,7 +11,7 @@ import struct
 import tempfile
 import unittest
 
-from ifsctl_test import START, ifsctl, make_input, must, new_card, packets, run
+from ifsctl_test import BOUND, START, ifsctl, make_input, must, new_card, packets, run
 
 MAIN = ["Rec_20260305_100000_000_M.mp4", "Rec_20260305_100004_000_M.mp4", "Rec_20260305_100008_000_M.mp4"]
 INDEX = "system_index_main"
@@ -205,13 +205,23 @@ class Check(unittest.TestCase):
         copy_of("card", "bad")
         damage_a_picture(30)
         report = check()[1]
-        self.assertRegex(report["findings"][0]["message"], "^1 of 40 video frames cannot be read, the first is frame 31 at 3.0 s")
+        self.assertRegex(report["findings"][0]["message"], "^damaged video frames: 1 of 40, the first is frame 31 at 3.0 s: ")
         self.assertEqual([one["damaged_at_ms"] for one in report["recordings"] if one["file"] == MAIN[1]], [3000])
 
         copy_of("card", "bad")
         patch_table(b"stco", 12 + 4 * 3, 0x7fffffff)
-        self.assertIn("10 of 40 video frames cannot be read, the first is frame 31 at 3.0 s: it reaches past the end",
+        self.assertIn("damaged video frames: 10 of 40, the first is frame 31 at 3.0 s: it reaches past the end",
                       check()[1]["findings"][0]["message"])
+
+    def test_what_the_system_refuses_is_named_and_not_taken_for_damage(self):
+        for mode, code, exit_code in ((0o444, "interrupted", 1), (0, "read-failed", 9)):
+            copy_of("card", "bad")
+            interrupt(MAIN[1])
+            os.chmod("bad/files/" + MAIN[1], mode)
+            done = ifsctl("--json", "check", "--repair", card="bad", run_by=BOUND)
+            self.assertEqual((done.returncode, codes(json.loads(done.stdout))), (exit_code, [code]))
+            ifsctl("list", card="bad", run_by=BOUND)
+            self.assertIn(MAIN[1], os.listdir("bad/files"))
 
     def test_repair_keeps_the_entry_that_keeps_a_mount_from_deleting(self):
         copy_of("card", "bad")

@@ -14,6 +14,7 @@ import unittest
 
 IFSCTL = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else "ifsctl"
 START = "2026-03-05T10:00:0"  # and a digit
+BOUND = () if os.geteuid() else ("setpriv", "--bounding-set=-dac_override,-dac_read_search")  # by permissions, as users are
 LENGTH_S = 9
 
 
@@ -47,8 +48,8 @@ def make_input(name, size):
            "-c:a", "aac", "-ac", "1", name)
 
 
-def ifsctl(*arguments, card="card"):
-    return subprocess.run([IFSCTL, "--card", card, *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+def ifsctl(*arguments, card="card", run_by=()):
+    return subprocess.run([*run_by, IFSCTL, "--card", card, *arguments], stdin=subprocess.DEVNULL, capture_output=True,
                           timeout=120, check=False)
 
 
@@ -266,13 +267,12 @@ class BadInput(unittest.TestCase):
         os.mkdir("locked/files/kept")
         with open("locked/files/kept/file", "w", encoding="utf-8"):
             pass
-        bounded = [] if os.geteuid() else ["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
         for folder, told, commands in (("", "Permission denied", ("record main.mp4", "check --repair", "format --yes")),
                                        ("/kept", "files left on it: 1", ("format --yes",))):
             os.chmod("locked/files" + folder, 0o555)
             for command in commands:
                 self.assertEqual(len(os.listdir("locked/files")), 6 + 2 + 1)
-                done = subprocess.run([*bounded, IFSCTL, "--card", "locked", *command.split()], capture_output=True, check=False)
+                done = ifsctl(*command.split(), card="locked", run_by=BOUND)
                 self.assertEqual(done.returncode, 1, command)
                 self.assertIn(told, done.stderr.decode())
             os.chmod("locked/files" + folder, 0o755)
