@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 #include "tools/card.h"
 #include "tools/commands.h"
 #include "tools/recordings.h"
+#include "tools/terminal.h"
 #include "tools/time_text.h"
 
 namespace
@@ -45,29 +45,34 @@ nlohmann::json month_json(const StreamMonth& stream)
     return {{"days", days}, {"recordings", stream.recordings}};
 }
 
-std::string heading(const Month& month)
+/** @param cell  columns of a day */
+std::string heading(const Month& month, size_t cell)
 {
     static const char* const names[] = {"January",   "February", "March",    "April",
                                         "May",       "June",     "July",     "August",
                                         "September", "October",  "November", "December"};
     std::string title = std::string(names[month.month - 1]) + " " + std::to_string(month.year);
-    return std::string((48 - title.size()) / 2, ' ') + title +
-           "\n\n   Mo     Tu     We     Th     Fr     Sa     Su\n";
+    std::string weekdays;
+    for (const char* weekday : {"Mo", "Tu", "We", "Th", "Fr", "Sa", "Su"})
+        weekdays += std::string(cell - 4, ' ') + weekday + "  ";
+    return std::string((7 * cell - 1 - title.size()) / 2, ' ') + title + "\n\n" +
+           weekdays.erase(weekdays.size() - 2) + "\n";
 }
 
 /** Weeks below each other, Monday first; behind a day stands M, S or both. */
-std::string draw_month(const Month& month, const StreamMonth& main, const StreamMonth& sub)
+std::string draw_month(const Month& month, const StreamMonth& main, const StreamMonth& sub, size_t columns)
 {
-    std::string drawing = heading(month) + std::string(static_cast<size_t>(month.weekday) * 7, ' ');
+    const size_t cell = columns == 0 || columns >= 7 * 7 ? 7 : 5;
+    std::string drawing = heading(month, cell) + std::string(static_cast<size_t>(month.weekday) * cell, ' ');
     for (int day = 1; day <= month.days; ++day) {
         std::string marks = std::string(main.days[day - 1] ? "M" : "") + (sub.days[day - 1] ? "S" : "");
         bool week_ends = (month.weekday + day) % 7 == 0 || day == month.days;
-        char cell[16];
-        std::snprintf(cell, sizeof cell, week_ends ? "%5d%s\n" : "%5d%-2s", day, marks.c_str());
-        drawing += cell;
+        marks.resize(week_ends ? marks.size() : 2, ' ');
+        const std::string number = std::to_string(day);
+        drawing += std::string(cell - 2 - number.size(), ' ') + number + marks + (week_ends ? "\n" : "");
     }
     return drawing + "\nM main stream: " + std::to_string(main.recordings) +
-           " recordings, S sub stream: " + std::to_string(sub.recordings) + " recordings\n";
+           " recordings\nS sub stream: " + std::to_string(sub.recordings) + " recordings\n";
 }
 
 } // namespace
@@ -83,5 +88,5 @@ void show_calendar(const Context& context, const std::string& month_text)
         context.results.write(
             nlohmann::json{{"month", month_text}, {"main", month_json(main)}, {"sub", month_json(sub)}});
     else
-        context.results.write(draw_month(month, main, sub));
+        context.results.write(draw_month(month, main, sub, terminal_columns(context.results.fd())));
 }

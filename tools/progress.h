@@ -1,4 +1,4 @@
-/** One line on standard error that tells how far a piece of work is. */
+/** One line on standard error that shows how far a piece of work is. */
 #ifndef TOOLS_PROGRESS_H
 #define TOOLS_PROGRESS_H
 
@@ -11,11 +11,14 @@
  *
  * @param done_ms,total_ms  stream time; a total of 0 means unknown, and leaves bar and remaining time out
  * @param elapsed_ms        time since the work began, more than 0
+ * @param columns           of the terminal, at least 1; the text leaves the last one free
  */
-std::string progress_text(const std::string& label, int64_t done_ms, int64_t total_ms, int64_t elapsed_ms);
+std::string progress_text(const std::string& label, int64_t done_ms, int64_t total_ms, int64_t elapsed_ms,
+                          size_t columns);
 
 /** As above for work that is counted in pieces, of which there is at least one. */
-std::string piece_progress_text(const std::string& label, int64_t done, int64_t total, int64_t elapsed_ms);
+std::string piece_progress_text(const std::string& label, int64_t done, int64_t total, int64_t elapsed_ms,
+                                size_t columns);
 
 /**
  * Shows progress while it lives. Silent when standard error is no terminal and during the first second.
@@ -25,7 +28,7 @@ class Progress
 {
 public:
     /** Makes the line's text, with the arguments of progress_text(). */
-    using Text = std::string (*)(const std::string&, int64_t, int64_t, int64_t);
+    using Text = std::string (*)(const std::string&, int64_t, int64_t, int64_t, size_t);
 
     Progress(std::string label, int64_t total_ms, Text text = progress_text);
     ~Progress();

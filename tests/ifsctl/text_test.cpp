@@ -117,15 +117,21 @@ TEST(Aac, SbrIsRecordedAsTheStreamUnderneathAndTheRestRefused)
     EXPECT_FALSE(parse_audio_specific_config(he_aac_24_khz_stereo, 1, &aac));
 }
 
-TEST(ProgressLine, TellsShareSpeedAndRemainingTime)
+TEST(ProgressLine, ShowsShareSpeedAndRemainingTimeAndFitsTheTerminal)
 {
-    EXPECT_EQ(progress_text("Recording", 30000, 120000, 3000),
+    EXPECT_EQ(progress_text("Recording", 30000, 120000, 3000, 80),
               "Recording  [#######.......................]  25%  10.0x real time, 0:00:09 left");
-    EXPECT_EQ(progress_text("Recording", 90000, 0, 90000), "Recording  0:01:30  1.0x real time");
-    EXPECT_NE(progress_text("Playing", 200, 100, 1000).find("100%"), std::string::npos);
-    EXPECT_NE(progress_text("Playing", 0, 100, 1000).find("? left"), std::string::npos);
-    EXPECT_EQ(piece_progress_text("Checking", 30, 40, 6000),
+    EXPECT_EQ(progress_text("Recording", 30000, 120000, 3000, 60),
+              "Recording  [##........]  25%  10.0x real time, 0:00:09 left");
+    EXPECT_EQ(progress_text("Recording", 90000, 0, 90000, 80), "Recording  0:01:30  1.0x real time");
+    EXPECT_NE(progress_text("Playing", 200, 100, 1000, 80).find("100%"), std::string::npos);
+    EXPECT_NE(progress_text("Playing", 0, 100, 1000, 80).find("? left"), std::string::npos);
+    EXPECT_EQ(piece_progress_text("Checking", 30, 40, 6000, 80),
               "Checking  [######################........]  75%  0:00:02 left");
+    for (size_t columns = 1; columns < 100; ++columns) {
+        EXPECT_LT(progress_text("Recording", 30000, 120000, 3000, columns).size(), columns);
+        EXPECT_LT(progress_text("Recording", 90000, 0, 90000, columns).size(), columns);
+    }
 }
 
 } // namespace
