@@ -3,6 +3,7 @@
 #include "tools/card.h"
 #include "tools/commands.h"
 #include "tools/recordings.h"
+#include "tools/terminal.h"
 #include "tools/time_text.h"
 
 namespace
@@ -41,5 +42,5 @@ void list_recordings(const Context& context, const ListOptions& options)
     if (context.json)
         context.results.write(recordings_json(recordings));
     else
-        context.results.write(recordings.empty() ? "No recordings.\n" : recordings_table(recordings));
+        context.results.write(recordings_table(recordings, terminal_columns(context.results.fd())));
 }

@@ -117,7 +117,11 @@ void define_record(CLI::App& app, RecordOptions& options, Options& all)
 
 void define_queries(CLI::App& app, Options& options)
 {
-    CLI::App* list = add_command(app, "list", "List recordings");
+    CLI::App* list = add_command(app, "list", "List recordings",
+                                 "With --json, an array; of each recording: start, end, duration_s, stream,\n"
+                                 "size_bytes (of the file, as check has it; null: no file), width, height,\n"
+                                 "frame_rate, audio (null: none; else codec, profile, sample_rate_hz,\n"
+                                 "channel_conf), file.\n");
     list->add_option("--from", options.list.from, "Leave out what ends before")->type_name("TIME");
     list->add_option("--to", options.list.to, "Leave out what starts after")->type_name("TIME");
     list->add_option("--stream", options.list.stream, "main or sub (default: both)")->type_name("STREAM");

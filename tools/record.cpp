@@ -8,6 +8,7 @@
 #include "tools/interrupt.h"
 #include "tools/recordings.h"
 #include "tools/stream_recorder.h"
+#include "tools/terminal.h"
 #include "tools/time_text.h"
 
 namespace
@@ -66,7 +67,7 @@ void report(const Context& context, const std::vector<_ifs_rec_file_>& recording
     }
     if (interrupted())
         std::cerr << "ifsctl: stopped; the recordings are closed and on the card\n";
-    context.results.write(recordings.empty() ? "No recordings.\n" : recordings_table(recordings));
+    context.results.write(recordings_table(recordings, terminal_columns(context.results.fd())));
 }
 
 int64_t now_ms()

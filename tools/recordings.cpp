@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <optional>
+#include <sys/stat.h>
 
 #include "hostcard/hostcard.h"
 #include "tools/failure.h"
@@ -53,32 +55,75 @@ std::string audio_text(const _ifs_rec_file_& recording)
     return text;
 }
 
-using Row = std::array<std::string, 9>;
+/** Size of a recording's file; none when it is not there. The catalogue's is that before the last tables. */
+std::optional<int64_t> file_bytes(const _ifs_rec_file_& recording)
+{
+    struct stat status = {};
+    if (stat(file_path(recording).c_str(), &status) != 0)
+        return std::nullopt;
+    return status.st_size;
+}
+
+constexpr size_t columns_in_all = 9;
+constexpr size_t gap = 2; // between columns
+using Row = std::array<std::string, columns_in_all>;
+using Widths = std::array<size_t, columns_in_all>; /**< 0: the column is left out */
+
+/** Columns in the order in which they get room: start, length, file, stream, size and so on to the sound. */
+constexpr size_t by_weight[columns_in_all] = {0, 2, 8, 3, 4, 1, 5, 6, 7};
 
 Row table_row(const _ifs_rec_file_& recording)
 {
     int64_t start_s = start_seconds(recording);
     int64_t end_s = end_seconds(recording);
+    const std::optional<int64_t> size = file_bytes(recording);
     return {time_text(start_s),
             time_text(end_s),
             duration_text(end_s - start_s),
             stream_name(recording.stream_type),
-            size_text(static_cast<unsigned>(recording.file_size)),
+            size ? size_text(static_cast<unsigned long long>(*size)) : "-",
             std::to_string(recording.width) + "x" + std::to_string(recording.height),
             std::to_string(recording.frame_rate) + " fps",
             audio_text(recording),
             file_name(recording)};
 }
 
-std::string draw_row(const Row& row, const std::array<size_t, 9>& widths)
+/** @param columns  to share; 0: no limit. The first column is always there. */
+Widths fitting_widths(const std::vector<Row>& rows, size_t columns)
+{
+    Widths widths = {};
+    size_t taken = 0;
+    for (size_t column : by_weight) {
+        size_t width = 0;
+        for (const Row& row : rows)
+            width = std::max(width, row[column].size());
+        if (taken == 0 || columns == 0 || taken + width <= columns) {
+            widths[column] = width;
+            taken += width + gap;
+        }
+    }
+    return widths;
+}
+
+std::string draw_row(const Row& row, const Widths& widths)
 {
     std::string line;
     for (size_t column = 0; column < row.size(); ++column) {
-        line += row[column];
-        if (column + 1 < row.size())
-            line += std::string(widths[column] - row[column].size() + 2, ' ');
+        if (widths[column] > 0)
+            line += row[column] + std::string(widths[column] - row[column].size() + gap, ' ');
     }
-    return line + "\n";
+    return line.erase(line.find_last_not_of(' ') + 1) + "\n";
+}
+
+/** Names the columns that were left out; empty when there are none. */
+std::string left_out_text(const Row& headings, const Widths& widths)
+{
+    std::string names;
+    for (size_t column = 0; column < headings.size(); ++column) {
+        if (widths[column] == 0)
+            names += (names.empty() ? "" : ", ") + headings[column];
+    }
+    return names.empty() ? "" : "Left out to fit: " + names + "; --json has them.\n";
 }
 
 } // namespace
@@ -139,22 +184,19 @@ std::string span_text(const _ifs_rec_file_& recording)
     return time_text(start_seconds(recording)) + " to " + time_text(end_seconds(recording));
 }
 
-std::string recordings_table(const std::vector<_ifs_rec_file_>& recordings)
+std::string recordings_table(const std::vector<_ifs_rec_file_>& recordings, size_t columns)
 {
+    if (recordings.empty())
+        return "No recordings.\n";
     std::vector<Row> rows = {
         {"START", "END", "LENGTH", "STREAM", "SIZE", "PICTURE", "RATE", "SOUND", "FILE"}};
     for (const _ifs_rec_file_& recording : recordings)
         rows.push_back(table_row(recording));
-
-    std::array<size_t, 9> widths = {};
-    for (const Row& row : rows)
-        for (size_t column = 0; column < row.size(); ++column)
-            widths[column] = std::max(widths[column], row[column].size());
-
+    const Widths widths = fitting_widths(rows, columns);
     std::string table;
     for (const Row& row : rows)
         table += draw_row(row, widths);
-    return table;
+    return table + left_out_text(rows.front(), widths);
 }
 
 nlohmann::json recordings_json(const std::vector<_ifs_rec_file_>& recordings)
@@ -167,11 +209,14 @@ nlohmann::json recordings_json(const std::vector<_ifs_rec_file_>& recordings)
                      {"profile", recording.audio_profile},
                      {"sample_rate_hz", sample_rate_hz(recording)},
                      {"channel_conf", recording.audio_channel_conf}};
+        nlohmann::json size_or_null;
+        if (const std::optional<int64_t> size = file_bytes(recording))
+            size_or_null = *size;
         array.push_back({{"start", time_text(start_seconds(recording))},
                          {"end", time_text(end_seconds(recording))},
                          {"duration_s", end_seconds(recording) - start_seconds(recording)},
                          {"stream", stream_name(recording.stream_type)},
-                         {"size_bytes", recording.file_size},
+                         {"size_bytes", size_or_null},
                          {"width", recording.width},
                          {"height", recording.height},
                          {"frame_rate", recording.frame_rate},

@@ -38,10 +38,14 @@ std::string file_path(const _ifs_rec_file_& recording);
 /** Start and end as a person reads them. */
 std::string span_text(const _ifs_rec_file_& recording);
 
-/** The recordings as a table with a heading, a line each. */
-std::string recordings_table(const std::vector<_ifs_rec_file_>& recordings);
+/**
+ * The recordings as a table with a heading, a line each, or a sentence when there are none.
+ *
+ * @param columns  of the terminal, where columns of the table are left out to fit; 0: no limit
+ */
+std::string recordings_table(const std::vector<_ifs_rec_file_>& recordings, size_t columns);
 
-/** The recordings as a JSON array of objects. */
+/** The recordings as a JSON array of objects, which the help of list describes. */
 nlohmann::json recordings_json(const std::vector<_ifs_rec_file_>& recordings);
 
 #endif

@@ -5,10 +5,13 @@ import fcntl
 import glob
 import json
 import os
+import pty
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -90,6 +93,7 @@ class Recording(unittest.TestCase):
         self.assertEqual([one["end"][-15:] for one in main[:2]], ["T10:00:04+00:00", "T10:00:08+00:00"])
         self.assertEqual((main[0]["width"], main[0]["height"], main[0]["frame_rate"]), (160, 120, 10))
         self.assertEqual(main[0]["audio"]["sample_rate_hz"], 16000)
+        self.assertEqual(main[0]["size_bytes"], os.path.getsize("card/files/" + main[0]["file"]))
         for stream, source in (("main", "main.mp4"), ("sub", "sub.ts")):
             files = [f"card/files/{one['file']}" for one in recordings(stream)]
             shown = [picture for file in files for picture in pictures(file)]
@@ -101,6 +105,17 @@ class Recording(unittest.TestCase):
         self.assertEqual([(one["stream"], one["start"]) for one in found], [("sub", "2026-03-05T10:00:04+00:00")])
         self.assertEqual(len(must("list").splitlines()), 1 + 6)
         self.assertEqual(len(recordings("main", "--from", "2026-03-05", "--to", "2026-03-05")), 3)
+
+    def test_tables_fit_the_terminal(self):
+        for columns, headings in ((152, 9), (80, 4), (60, 5), (10, 1)):
+            reader, terminal = pty.openpty()
+            fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("4H", 24, columns, 0, 0))
+            subprocess.run([IFSCTL, "--card", "card", "list"], stdout=terminal, check=True)
+            os.close(terminal)
+            with open(reader, "rb") as shown:
+                table = shown.read1(1 << 16).decode().splitlines()[:1 + 6]
+            self.assertEqual(len(table[0].split()), headings)
+            self.assertLessEqual(max(map(len, table)), max(columns, len(START) + len("0+00:00")))
 
     def test_calendar_marks_the_local_day(self):
         self.addCleanup(os.environ.update, TZ="UTC0")
