@@ -440,7 +440,10 @@ void put_trun(Bytes& out, const std::vector<Sample>& samples, int track, uint32_
     }
 }
 
-constexpr size_t traf_bytes = box_bytes + (full_box_bytes + 4) + (full_box_bytes + 8) + (table_bytes + 4);
+constexpr size_t mfhd_bytes = full_box_bytes + 4;
+constexpr size_t tfhd_bytes = full_box_bytes + 4;
+constexpr size_t tfdt_bytes = full_box_bytes + 8;
+constexpr size_t traf_bytes = box_bytes + tfhd_bytes + tfdt_bytes + (table_bytes + 4);
 
 /** @return index of the trun's data offset in out */
 size_t put_traf(Bytes& out, const std::vector<Sample>& samples, int track, uint32_t last_duration)
@@ -498,7 +501,7 @@ void put_final_moov(Bytes& out, Movie& movie)
 // A frame has an entry in its trun, and in exact an offset, a header and a bit at most.
 constexpr size_t fragment_frame_bytes =
     std::max(video_trun_entry_bytes, audio_trun_entry_bytes + exact_header_bytes) + anchor_bytes + 1;
-static_assert(ftyp_bytes + hiding_header_bytes + max_moov_bytes + box_bytes + (full_box_bytes + 4) +
+static_assert(ftyp_bytes + hiding_header_bytes + max_moov_bytes + box_bytes + mfhd_bytes +
                       track_count * traf_bytes + exact_bytes + max_fragment_frames * fragment_frame_bytes +
                       box_bytes <=
                   max_start_bytes,
@@ -529,6 +532,18 @@ void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie
     }
     put32(out, payload_size + 8);
     put32(out, fourcc("mdat"));
+}
+
+std::optional<uint64_t> fragment_time(const uint8_t* head)
+{
+    constexpr size_t mfhd_at = box_bytes;
+    constexpr size_t tfdt_at = mfhd_at + mfhd_bytes + box_bytes + tfhd_bytes;
+    static_assert(tfdt_at + tfdt_bytes == fragment_head_bytes);
+    auto type_at = [head](size_t box) { return be32(head + box + 4); };
+    if (type_at(0) != fourcc("moof") || type_at(mfhd_at) != fourcc("mfhd") ||
+        type_at(tfdt_at) != fourcc("tfdt"))
+        return {};
+    return be64(head + tfdt_at + full_box_bytes);
 }
 
 uint64_t moov_bound(const Tables& tables, size_t pending)

@@ -11,6 +11,7 @@
 #define CONTAINER_LAYOUT_H
 
 #include <cstdint>
+#include <optional>
 
 #include "container/bytes.h"
 #include "container/tables.h"
@@ -69,6 +70,12 @@ constexpr size_t max_start_bytes = 65536;
 
 /** Append ftyp, free and the moov without samples. */
 void put_file_start(Bytes& out, const Movie& movie);
+
+/** So many bytes of a fragment tell its time. */
+constexpr size_t fragment_head_bytes = 68;
+/** @param head  that many bytes. @return decode time of its first sample, ms; nothing: it begins otherwise
+ */
+std::optional<uint64_t> fragment_time(const uint8_t* head);
 
 /** Append the moov box with all samples, whose last ones get their duration. */
 void put_final_moov(Bytes& out, Movie& movie);

@@ -13,8 +13,6 @@
 namespace
 {
 
-using ifs_mp4::be32;
-using ifs_mp4::be64;
 using ifs_mp4::Box;
 using ifs_mp4::Fd;
 using ifs_mp4::fourcc;
@@ -169,18 +167,15 @@ struct Times {
 
 Times fragment_times(Source& source, uint64_t begin)
 {
-    // moof, in it mfhd and the first traf, in that tfhd and tfdt, each at its place.
-    constexpr size_t needed_bytes = 68;
     Times times;
-    for (; begin + needed_bytes <= source.size(); ++begin) {
-        const uint8_t* at = source.at(begin, needed_bytes);
-        if (!at)
+    for (; begin + ifs_mp4::fragment_head_bytes <= source.size(); ++begin) {
+        const uint8_t* head = source.at(begin, ifs_mp4::fragment_head_bytes);
+        if (!head)
             break;
-        if (be32(at + 4) != fourcc("moof") || be32(at + 12) != fourcc("mfhd") ||
-            be32(at + 52) != fourcc("tfdt"))
-            continue;
-        times.first = std::min(times.first, be64(at + 60));
-        times.last = std::max(times.last, be64(at + 60));
+        if (const auto time = ifs_mp4::fragment_time(head)) {
+            times.first = std::min(times.first, *time);
+            times.last = std::max(times.last, *time);
+        }
     }
     return times;
 }
