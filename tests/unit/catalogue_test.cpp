@@ -79,23 +79,20 @@ TEST(Catalogue, PlacesATimeAgainstASpan)
 
 TEST(DirectoryWalk, StopsAsTheCallbackAnswers)
 {
-    int calls = 0;
-    const auto walk = [&calls](int answer) {
-        calls = 0;
-        return Ifsdc_scan_directory(
+    const auto walk = [](int answer) {
+        int calls = 0;
+        const int result = Ifsdc_scan_directory(
             "/proc/self",
             [&](const char*, const char*, void*) {
-                ++calls;
-                return static_cast<_scan_dir_operation_>(answer);
+                return ++calls, static_cast<_scan_dir_operation_>(answer);
             },
             nullptr);
+        return Numbers({result, calls > 1});
     };
-    EXPECT_EQ(walk(SCAN_DIR_CONTINUE), 0);
-    EXPECT_GT(calls, 1);
-    EXPECT_EQ(walk(SCAN_DIR_BREAK), 0);
-    EXPECT_EQ(walk(SCAN_DIR_ERROR), 1);
-    EXPECT_EQ(walk(99), 0);
-    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(walk(SCAN_DIR_CONTINUE), "0 1");
+    EXPECT_EQ(walk(SCAN_DIR_BREAK), "0 0");
+    EXPECT_EQ(walk(SCAN_DIR_ERROR), "1 0");
+    EXPECT_EQ(walk(99), "0 0");
     EXPECT_EQ(Ifsdc_scan_directory(nullptr, {}, nullptr), 1);
     EXPECT_EQ(Messages([] { EXPECT_EQ(Ifsdc_scan_directory("/nowhere", {}, nullptr), 1); }),
               "opendir(/nowhere) Failed(No such file or directory)\n");
