@@ -41,15 +41,11 @@ TEST(Playback, DescriptionIsThatOfTheRecording)
     for (int mode : {KT_MP4_READ, KT_MP4_PROBE}) {
         kt_mfile_info_t info = Mp4(folder.file("Rec_20240101_000000_001_M.mp4"), mode).info();
         EXPECT_STREQ(info.name, "Rec_20240101_000000_001_M.mp4");
-        EXPECT_EQ(info.width, 320);
-        EXPECT_EQ(info.height, 240);
-        EXPECT_EQ(info.frame_rate, 25);
-        EXPECT_EQ(info.firstpts, 5000);
-        EXPECT_EQ(info.duration, 4040);
-        EXPECT_TRUE(info.have_audio);
-        EXPECT_EQ(info.audio_profile, 2);
-        EXPECT_EQ(info.audio_sample_rate_index, SAMPLE_RATE_INDEX_44100);
-        EXPECT_EQ(info.audio_channel_conf, 1);
+        EXPECT_EQ((std::vector<int>{info.width, info.height, info.frame_rate, info.firstpts, info.duration}),
+                  (std::vector<int>{320, 240, 25, 5000, 4040}));
+        EXPECT_EQ((std::vector<int>{info.have_audio != 0, info.audio_profile, info.audio_sample_rate_index,
+                                    info.audio_channel_conf}),
+                  (std::vector<int>{1, 2, SAMPLE_RATE_INDEX_44100, 1}));
     }
 }
 

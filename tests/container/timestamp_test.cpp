@@ -81,8 +81,7 @@ TEST(Timestamps, TracksStayInStepWhenTheClockIsSetBackInAGapOfOneOfThem)
     Folder folder;
     Frames frames;
     for (const Frame& frame : shifted(shoot(), 120, 0u - 5000)) {
-        bool after_jump = frame.timestamp > 4294960000u;
-        if (frame.kind != KT_MP4_AUDIO || !after_jump || frame.timestamp > 4294967296u - 2500)
+        if (frame.kind != KT_MP4_AUDIO || frame.timestamp < 5000 || frame.timestamp > 4294967296u - 2500)
             frames.push_back(frame);
     }
     record(folder.file(), frames);

@@ -26,26 +26,7 @@ TEST(Catalogue, DumpsAnEntryWithItsDefaults)
 
 TEST(Catalogue, KeepsAnEntryThroughItsImageOnTheCard)
 {
-    _ifs_rec_file_ rec{};
-    rec.start_tm = Utc(2019, 10, 12, 17, 17, 23);
-    rec.start_tm.tm_gmtoff = -3600;
-    rec.end_tm = Utc(2019, 10, 12, 17, 18, 23);
-    rec.video_res = 6;
-    rec.video_system = 1;
-    rec.frame_rate = 25;
-    rec.stream_type = IFS_STREAM_SUB;
-    rec.width = 1280;
-    rec.height = 720;
-    rec.have_audio = 1;
-    rec.audio_profile = 2;
-    rec.audio_sample_rate_index = 11;
-    rec.audio_channel_conf = 1;
-    rec.file_size = -2;
-    std::string image(IFS_ITEM_BYTES, '\xee');
-
-    Ifs_put_index_item(rec, reinterpret_cast<unsigned char*>(image.data()));
-
-    EXPECT_EQ(Hex(image), Hex(Bytes(R"(
+    const std::string image = Bytes(R"(
         17 00 00 00 11 00 00 00 11 00 00 00 0c 00 00 00   # start: 23 s, 17 min, 17 h, 12th
         09 00 00 00 77 00 00 00 00 00 00 00 00 00 00 00   # October, 2019, day of week, of year
         00 00 00 00 f0 f1 ff ff 00 00 00 00               # daylight saving, offset, zone word
@@ -54,12 +35,17 @@ TEST(Catalogue, KeepsAnEntryThroughItsImageOnTheCard)
         00 00 00 00 00 00 00 00 00 00 00 00
         06 01 19 00                                       # codes, frame rate, reserved
         01 00 00 00 00 05 00 00 d0 02 00 00               # stream, width, height
-        01 00 00 00 02 00 00 00 0b 00 00 00 01 00 00 00   # audio
+        01 00 00 00 02 00 00 00 0b 00 00 00 03 00 00 00   # audio
         fe ff ff ff                                       # file size
-    )")));
-    const _ifs_rec_file_ back = Ifs_get_index_item(reinterpret_cast<const unsigned char*>(image.data()));
-    std::string again(IFS_ITEM_BYTES, '\0');
-    Ifs_put_index_item(back, reinterpret_cast<unsigned char*>(again.data()));
+    )");
+    const _ifs_rec_file_ rec = Ifs_get_index_item(reinterpret_cast<const unsigned char*>(image.data()));
+    EXPECT_EQ(Text(rec.start_tm) + Text(rec.end_tm), "2019-10-12 17:17:232019-10-12 17:18:23");
+    EXPECT_EQ(Numbers({rec.start_tm.tm_gmtoff, rec.video_res, rec.video_system, rec.frame_rate,
+                       rec.stream_type, rec.width, rec.height, rec.have_audio, rec.audio_profile,
+                       rec.audio_sample_rate_index, rec.audio_channel_conf, rec.file_size}),
+              "-3600 6 1 25 1 1280 720 1 2 11 3 -2");
+    std::string again(IFS_ITEM_BYTES, '\xee');
+    Ifs_put_index_item(rec, reinterpret_cast<unsigned char*>(again.data()));
     EXPECT_EQ(Hex(again), Hex(image));
 }
 
