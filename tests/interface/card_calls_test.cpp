@@ -31,7 +31,6 @@ TEST_F(CardCalls, DescribeTheCard)
 TEST_F(CardCalls, MountOnlyACardThatIsThereAndFormatted)
 {
     ASSERT_EQ(Ifsi_umount(), 0);
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     const auto mount = [this] { EXPECT_EQ(Ifsi_mount(m_files.c_str()), -1); };
     hostcard_set_listing("");
     EXPECT_EQ(Messages(mount), "There is no sd card\n");
@@ -42,7 +41,6 @@ TEST_F(CardCalls, MountOnlyACardThatIsThereAndFormatted)
     hostcard_fail(HOSTCARD_OPENDIR, 1, ENOENT, 1);
     EXPECT_EQ(Messages(mount), "opendir (/dev/hd/) Failed\nThere is no sd card\n");
     EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
-    Ifsi_set_debug_level(0);
     Mount();
 }
 
@@ -66,14 +64,11 @@ TEST_F(CardCalls, UnmountIsRefusedWhileSomethingIsOpen)
     Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
     const int recording = Create(At(10, 0));
     const int search = Ifsi_find_open(&start, &end, IFS_STREAM_MAIN);
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     const auto umount = [] { EXPECT_EQ(Ifsi_umount(), -1); };
     EXPECT_EQ(Messages(umount), "m_playing_file_table is not empty!\n");
     Ifsi_close(playing, nullptr);
     EXPECT_EQ(Messages(umount), "m_recording_file_table is not empty!\n");
-    Ifsi_set_debug_level(0);
     Ifsi_close(recording, nullptr);
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Messages(umount), "m_searcher_table is not empty!\n");
     Ifsi_find_close(search);
     hostcard_fail(HOSTCARD_UMOUNT, 1, EBUSY, 1);
@@ -87,7 +82,6 @@ TEST_F(CardCalls, UnmountIsRefusedWhileSomethingIsOpen)
 TEST_F(CardCalls, AnswerAsDocumentedWhileNothingIsMounted)
 {
     ASSERT_EQ(Ifsi_umount(), 0);
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     tm t = At(9, 0);
     char path[128];
     _ifs_rec_file_ rec{};

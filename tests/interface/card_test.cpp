@@ -42,7 +42,7 @@ void CardTest::SetUp()
     ASSERT_EQ(hostcard_insert(m_folder.c_str()), 0);
     m_files = hostcard_mount_point();
     hostcard_scale_sleep(0.001);
-    Ifsi_set_debug_level(0);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     ASSERT_EQ(Ifsi_format(), 0);
     Mount();
 }

@@ -17,8 +17,8 @@ inline tm At(int hour, int minute, int second = 0, int day = 12)
 /** An H.264 access unit, a key frame with its parameter sets or another, of about the given payload. */
 std::string Video_frame(bool key, size_t bytes = 100);
 
-/** A new virtual card, formatted and mounted, with sleeps shortened and the library silent but for what it
-    always prints. */
+/** A new virtual card, formatted and mounted, with sleeps shortened and the library silent but for errors and
+    what it always prints. */
 class CardTest : public testing::Test
 {
 protected:

@@ -98,7 +98,6 @@ TEST_F(Format, NamesTheStepThatFailed)
         {HOSTCARD_WRITE, first_sector + 38, "FAT4"},
         {HOSTCARD_WRITE, first_sector + 35 + 2 * 954 + 127, "ROOT"},
     };
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     for (const Step& step : steps) {
         hostcard_fail_none();
         hostcard_fail(step.call, step.nth, EIO, 1);
@@ -128,7 +127,6 @@ TEST_F(Format, WaitsAMinuteForThePartition)
 
 TEST_F(Format, RefusesGeometriesAndSizesItCannotUse)
 {
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     Insert_blank(8000000000ULL, 1, 63);
     EXPECT_EQ(Said(-1, [] { return Ifsi_format(); }),
               "Invalid hdd parameter(1)(63)(65535)\nIfsf_fdisk Failed(/dev/hd/sda)\n");

@@ -8,11 +8,9 @@ protected:
     /** Open by time. @return start of what was opened as "hh:mm:ss", or what the library said */
     std::string Open_at(tm t, int stream)
     {
-        Ifsi_set_debug_level(IFS_DEBUG_ERROR);
         int fd = -1;
         const std::string said =
             Messages([&] { fd = Ifsi_open_v2(&t, static_cast<_ifs_stream_type_>(stream)); });
-        Ifsi_set_debug_level(0);
         if (fd < 0) {
             return said;
         }
@@ -49,7 +47,6 @@ TEST_F(Playback, GivesBackTheFramesWithHeadersAndTimes)
     EXPECT_EQ(Read(fd).time, 1570900647);
     EXPECT_EQ(Read(fd).length, 0);
     EXPECT_EQ(Ifsi_tseek(fd, 0), 0);
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Said(-1, [&] { return Read(fd, 38).length; }), "Buffer is too small(38)\n");
     Ifsi_close(fd, nullptr);
 }
@@ -124,7 +121,7 @@ TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
     tm t = At(13, 0);
     const std::string said = Said(-1, [&] { return Ifsi_open_v2(&t, IFS_STREAM_SUB); });
     EXPECT_TRUE(Holds(said, "list_find_bitmap:0x00000000, 5, 1\n"));
-    Ifsi_set_debug_level(0);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     Ifsi_close(running, nullptr);
 }
 
@@ -133,7 +130,7 @@ TEST_F(Playback, RefusesWhatIsNoRecordingAndKeepsNoHandle)
     Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
     EXPECT_EQ(Said(-1, [&] { return Open("/x/Rec_1.mp4"); }),
               "SIrf_get_rec_info Failed(Rec_1.mp4)\nIrf_open Failed\nfile_name:/x/Rec_1.mp4, ret_val:-1\n");
-    Ifsi_set_debug_level(0);
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(Open("Rec_20191012_100000_061_M.mp4"), -1);
     }
@@ -141,7 +138,6 @@ TEST_F(Playback, RefusesWhatIsNoRecordingAndKeepsNoHandle)
     EXPECT_EQ(Open("Rec_20191012_110000_061_M.mp4"), -1);
     char buf[64];
     _ifs_rec_file_ rec;
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_read_standard(7, buf, 1); }), "It's not playing file(7)\n");
     EXPECT_EQ(Said(-1, [&] { return Ifsi_seek(7, 0, SEEK_SET); }), "It's not playing file(7)\n");
     EXPECT_EQ(Said(-1, [&] { return Ifsi_tseek(7, 0); }), "It's not playing file(7)\n");
@@ -157,14 +153,12 @@ TEST_F(Playback, TellsFileNamesOfFinishedAndRunningRecordings)
     tm t = At(11, 0);
     EXPECT_EQ(Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path), 0);
     EXPECT_EQ(path, m_files + "/Rec_20191012_110000_061_S.mp4");
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_get_file_name_v2(&t, IFS_STREAM_MAIN, path); }),
               "Find file Failed\n");
     _ifs_rec_file_ rec = Search(IFS_STREAM_MAIN).at(0);
     EXPECT_EQ(Ifsi_get_file_name(&rec, path), 0);
     EXPECT_EQ(path, m_files + "/Rec_20191012_100000_061_M.mp4");
     EXPECT_EQ(path[128], '!');
-    Ifsi_set_debug_level(0);
     Ifsi_close(running, nullptr);
 }
 

@@ -11,7 +11,7 @@ protected:
         EXPECT_EQ(Ifsi_umount(), 0);
         Ifsi_set_debug_level(level);
         const std::string printed = Messages([this] { Mount(); });
-        Ifsi_set_debug_level(0);
+        Ifsi_set_debug_level(IFS_DEBUG_ERROR);
         return printed;
     }
 };
@@ -209,10 +209,8 @@ TEST_F(Rebuild, GoesOnWhenTheDirectoryCannotBeRead)
     Record(At(9, 0));
     ASSERT_EQ(Ifsi_umount(), 0);
     hostcard_fail(HOSTCARD_OPENDIR, 2, EIO, 1); // the first is the search for the card
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_NE(Messages([this] { Mount(); }).find("opendir(" + m_files + ") Failed(Input/output error)\n"),
               std::string::npos);
-    Ifsi_set_debug_level(0);
     EXPECT_EQ(Counts(), "0 0");
     EXPECT_FALSE(Exists("system_index_main"));
     Remount();

@@ -60,7 +60,6 @@ TEST_F(Recording, WithoutFramesIsDeleted)
 
 TEST_F(Recording, NeedsMoreThan150MiBFree)
 {
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     hostcard_set_free(157286400);
     EXPECT_EQ(Said(-1, [&] { return Create(At(10, 0)); }), "sd card is full(157286400 <= 157286400)\n");
     EXPECT_EQ(Ifsi_is_full(), 0);
@@ -76,7 +75,6 @@ TEST_F(Recording, NeedsMoreThan150MiBFree)
 
 TEST_F(Recording, ChecksFreeSpaceOnceIn32MiB)
 {
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     hostcard_set_free(1LL << 30);
     const int fd = Create(At(10, 0));
     std::string frame = Video_frame(true, (1 << 20) - 39); // 1 MiB with its parameter sets
@@ -110,7 +108,6 @@ TEST_F(Recording, ChecksFreeSpaceOnceIn32MiB)
 TEST_F(Recording, RefusesForeignHandles)
 {
     Record(At(9, 0));
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     tm start = At(9, 0);
     int playing = -1;
     Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
@@ -138,11 +135,9 @@ TEST_F(Recording, NeverOverwritesAnotherAndGivesItsHandleBack)
         open.push_back(Create(At(11, 0, static_cast<int>(open.size()))));
         ASSERT_GT(open.back(), 0);
     }
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Said(-1, [&] { return Create(At(12, 0)); }), "There is no free handle\n");
     std::string played = name;
     EXPECT_EQ(Said(-1, [&] { return Ifsi_open_v3(played.data()); }), "There is no free handle\n");
-    Ifsi_set_debug_level(0);
     for (const int fd : open) {
         Ifsi_close(fd, nullptr);
     }

@@ -61,7 +61,6 @@ TEST_F(SearchTest, EightCanBeOpen)
         search = Ifsi_find_open(&t, &t, IFS_STREAM_SUB);
         EXPECT_GT(search, 0);
     }
-    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_find_open(&t, &t, IFS_STREAM_SUB); }),
               "There is no free search handle\n");
     for (const int search : searches) {
