@@ -1,30 +1,31 @@
 /**
  * hostcard: presents a card to libifs on a machine that has none.
  *
- * An executable that links libhostcard.a defines the libc calls that the library makes for the card
- * (open, opendir, ioctl, mount, statfs, ...) and forwards every path that is not the card's to the real
- * call. One card at a time can be inserted; every call here may be made from any thread.
+ * An executable that links libhostcard.a defines the libc calls that the library makes for the card (open,
+ * opendir, ioctl, mount, statfs, ...). A path that is not the card's goes to the real call. One card at a
+ * time can be inserted. Every call here may be made from any thread.
  *
- * A virtual card is a folder of the user's:
+ * A virtual card is a folder:
  *
  *     card.img    the card's sectors, a sparse file; /dev/hd/sda, and /dev/hd/sda1 as its MBR describes it
  *     card.conf   its geometry, one line of text
  *     files/      the mount point: the files of the partition's file system
  *
- * The devices behave as a kernel's: /dev/hd/sda1 exists as of the insertion or the last BLKRRPART, a mount
- * checks the FAT32 boot record, an open file or folder keeps the card from being unmounted. The image holds
- * no files, the folder does: free space is what the boot record offers less whole clusters for each file,
- * and a write of the partition's boot record through a device empties the folder, or fails where that cannot
- * be emptied. While the card is not mounted, the mount point shows empty to opendir() and holds nothing for
- * the other calls.
+ * The devices behave like a kernel's. The card's partition table decides at the insertion, and again at each
+ * BLKRRPART, whether /dev/hd/sda1 exists. A mount checks the FAT32 boot record. An open file or folder keeps
+ * the card from being unmounted, and an unmounted card shows no files.
+ *
+ * The image holds no files, the folder does. The free space is that of the boot record's file system, less
+ * whole clusters for each file. A write of the partition's boot record through a device empties the folder,
+ * and fails where that fails.
  *
  * Interposed are open, close, read, write, pread, pwrite, lseek, lseek64, ftruncate, fsync, fdatasync, fstat,
  * stat, remove, opendir, readdir, closedir, ioctl, mount, umount, statfs, sleep and usleep. Streams, the
- * openat() family and code built with _FILE_OFFSET_BITS=64 go past them to the machine's own files: they see
- * files/ whether it is mounted or not, and no devices; what they add or delete there changes the free space
- * from the next mount on, if not sooner. A descriptor that open() gave must be closed by close().
+ * openat() family and code built with _FILE_OFFSET_BITS=64 reach the machine's own files instead: they see
+ * files/ whether it is mounted or not, and no devices. What they add or delete there counts in the free space
+ * from the next mount on at the latest. Close with close() what open() opened.
  *
- * Results are 0 (or a value) on success; on failure -1 with errno set, as the calls they stand for do.
+ * Results are 0 (or a value) on success; on failure -1 with errno set, as by the calls they stand for.
  */
 #ifndef HOSTCARD_H
 #define HOSTCARD_H
@@ -34,7 +35,7 @@ extern "C" {
 #endif
 
 /**
- * Make a blank virtual card. Nothing is left behind on a failure.
+ * Make a blank virtual card. A call that fails leaves nothing behind.
  *
  * @param folder         must not exist, or be an empty folder
  * @param size           bytes, at least 1 MiB
@@ -59,7 +60,7 @@ int hostcard_insert(const char* folder);
  */
 void hostcard_eject(void);
 
-/** Directory to mount the inserted card on. @return path owned by the card until it is ejected, or null */
+/** Directory to mount the inserted card on. @return path, valid until the card is ejected, or null */
 const char* hostcard_mount_point(void);
 
 /** Whether the inserted card is mounted. @return 1 or 0 */
@@ -93,8 +94,7 @@ enum hostcard_call {
  * Let a call fail from its nth use on, counted from now.
  *
  * @param nth    1 for the next use
- * @param error  errno of the failing use; 0 makes a read or write short by half instead and does nothing to
- * other calls
+ * @param error  errno of the failing use; 0: a read or write transfers half, any other call is unchanged
  * @param once   nonzero: only the nth use fails; 0: all from there on
  */
 void hostcard_fail(enum hostcard_call call, unsigned nth, int error, int once);
@@ -105,7 +105,7 @@ void hostcard_fail_none(void);
 /** Uses of a call on the card since it was inserted, failed ones included. */
 unsigned hostcard_count(enum hostcard_call call);
 
-/** Let statfs report this many free bytes, rounded down to whole clusters; negative: the truth. */
+/** Let statfs report this many free bytes, rounded down to whole clusters; negative: what is free. */
 void hostcard_set_free(long long bytes);
 
 /**
@@ -115,7 +115,7 @@ void hostcard_set_free(long long bytes);
  */
 void hostcard_set_listing(const char* names);
 
-/** Let sleep() and usleep() of this process take this share of their time, e.g. 0.01; initially 1. */
+/** Let sleep() and usleep() of this process take this share of their time, for instance 0.01; initially 1. */
 void hostcard_scale_sleep(double share);
 
 #ifdef __cplusplus
