@@ -32,7 +32,8 @@ Exit codes:
     6  the input or the recordings cannot be used: missing, damaged, not H.264,
        sound that is not AAC
     7  no recording at that time
-    8  refused: answered no, or something of that name exists
+    8  refused: answered no, something of that name exists, or it would lie on
+       the card
     9  the check has found a problem
   130  interrupted; recordings were closed cleanly
 
