@@ -200,7 +200,7 @@ TEST_F(Locks, PassFromTheMountToTheRebuildWorker)
     std::this_thread::sleep_for(50ms);
     EXPECT_TRUE(mounted);
     EXPECT_FALSE(counted);
-    EXPECT_EQ(gLoading_or_rebuilding_index_file, 1);
+    EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 1);
     EXPECT_EQ(Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0), -1); // does not wait
     funlockfile(stdout);
     count.join();
