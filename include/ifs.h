@@ -27,7 +27,7 @@
 /** Version of this interface, the number behind libifs.so. */
 #define IFS_INTERFACE_VERSION 1
 
-/* In C++ an enumeration holds every int only when its type is fixed; foreign values must survive. */
+/* In C++ an enumeration holds every int only when its type is fixed, and a host may pass any value. */
 #ifdef __cplusplus
 #define IFS_ENUM_INT : int
 extern "C" {
@@ -35,7 +35,7 @@ extern "C" {
 #define IFS_ENUM_INT
 #endif
 
-/** Stream of a recording. Messages name any other value "sub"; the store refuses to record it. */
+/** Stream of a recording. Messages call any other value "sub"; Ifsi_create() refuses it. */
 typedef enum _ifs_stream_type_ IFS_ENUM_INT {
     IFS_STREAM_MAIN = 0,
     IFS_STREAM_SUB = 1
@@ -84,15 +84,15 @@ enum {
     IFS_DEBUG_LEGACY = 0x10  /**< notices of the legacy interface */
 };
 
-/* ---- Global state. Plain words that a host may read or write at any time without a lock. ---- */
+/* ---- Global state. A host may read and write these variables at any time, without a lock. ---- */
 
 /** Mask of IFS_DEBUG_* bits: which messages are printed. Initially all. */
 IFS_API extern unsigned int gIfs_debug_level;
-/** Kept for hosts that set it; the library does not consult it. Initially 1. */
+/** Kept for hosts that set it; the library does not use it. Initially 1. */
 IFS_API extern int gScan_rec_file_flag;
 /** 2; a rebuild sets 1 when the card holds a file of the older naming. */
 IFS_API extern int gCard_fs_version;
-/** Recordings, both streams together, from which the overlap deletes; 0 (initial) for no limit. */
+/** The overlap deletes from this number of recordings on, both streams together; 0 (initially): no limit. */
 IFS_API extern unsigned int gFs_max_file_number;
 /** 1 after the first successful query of the file system's size. */
 IFS_API extern int gHave_got_fs_size;
@@ -102,7 +102,7 @@ IFS_API extern int gLoading_or_rebuilding_index_file;
 IFS_API extern int gIfs_demo_flag;
 /** File format of recordings; 0, MP4, is the only one. */
 IFS_API extern int gIfs_file_type;
-/** Boot code of a formatted partition's boot record. */
+/** Boot code that Ifsi_format() writes into the partition's boot record. */
 IFS_API extern const unsigned char gFat32_dummy_boot_code[448];
 
 /* ---- Settings. None takes a lock. ---- */
@@ -118,27 +118,26 @@ IFS_API void Ifsi_set_debug_level(unsigned int level);
  */
 IFS_API int Ifsi_set_overlap(unsigned char enable);
 
-/** Use index files with the suffix "_demo" from the next access on; call it before Ifsi_mount(). Not undone.
- */
+/** Use index files with the suffix "_demo" from now on; call it before Ifsi_mount(). It cannot be undone. */
 IFS_API void Ifsi_set_demo_flag(void);
 
-/** Store gScan_rec_file_flag. */
+/** Set gScan_rec_file_flag. */
 IFS_API void Ifsi_set_scan_rec_file_flag(int flag);
 
 /* ---- Card ---- */
 
 /**
- * Print the version banner and start the overlap worker, which begins to work after 10 s. Call it once:
- * every further call starts one more worker.
+ * Print the version banner and start the overlap worker, which begins to work after 10 s. Call it once: each
+ * further call starts one more worker.
  *
  * @return 0
  */
 IFS_API int Ifsi_init(void);
 
 /**
- * Mount the card's first partition as vfat and have the catalogue built in the background.
- * Lock: interface; on success it stays held until the catalogue is built, so that every call that needs
- * it sees the whole catalogue. Mounting a mounted card again succeeds and rebuilds.
+ * Mount the card's first partition as vfat and build the catalogue in the background.
+ * Lock: interface; on success it stays held until the catalogue is built, so that every call that needs the
+ * lock sees the whole catalogue. Mounting a mounted card again succeeds and builds the catalogue anew.
  *
  * @param mount_point  existing directory; copied
  * @return 0, or -1: no card device under /dev/hd/, or the system refused the mount
@@ -155,7 +154,7 @@ IFS_API int Ifsi_umount(void);
 
 /**
  * Erase the card: a partition table with one partition, and on it an empty FAT32 file system.
- * Lock: interface, for up to a minute and more.
+ * Lock: interface, for a minute or more.
  *
  * @return 0, or -1: mounted (nothing is touched), no card, or a write failed (the card may be partly written)
  */
@@ -169,9 +168,9 @@ enum {
 };
 
 /**
- * Tell whether the card is short of space for a new recording. Lock: interface.
+ * Report whether space is short for a new recording. Lock: interface.
  *
- * @return 1: less than IFS_CREATE_FREE_MIB are free; 0: more; -1: unknown, e.g. not mounted
+ * @return 1: less than IFS_CREATE_FREE_MIB are free; 0: not less; -1: not known, for instance not mounted
  */
 IFS_API int Ifsi_is_full(void);
 
@@ -184,7 +183,7 @@ IFS_API int Ifsi_is_full(void);
 IFS_API int Ifsi_get_system_info(_ifs_system_info_* info);
 
 /**
- * Tell whether the catalogue is being built. Takes no lock, so it can be polled meanwhile.
+ * Report whether the catalogue is being built. Takes no lock, so it can be polled meanwhile.
  *
  * @return 1 while it is being built, else 0
  */
@@ -193,8 +192,7 @@ IFS_API int Ifsi_loading_rebuilding_index_file_flag(void);
 /* ---- Recording. File handles are 1 to 32, recordings and playbacks together. ---- */
 
 /**
- * Begin a recording: an MP4 file on the card named after its start, codes and stream. Locks: interface,
- * write.
+ * Begin a recording: an MP4 file named after its start, codes and stream. Locks: interface, write.
  *
  * @param start              start time, UTC; read only
  * @param video_system       video system code, 0 to 9
@@ -205,8 +203,8 @@ IFS_API int Ifsi_loading_rebuilding_index_file_flag(void);
  * @param have_audio         nonzero when audio frames will follow
  * @param stream_type        IFS_STREAM_MAIN or IFS_STREAM_SUB
  * @return a recording handle that Ifsi_close() releases, or -1: not mounted, card full
- *         (IFS_CREATE_FREE_MIB or less free), no free handle, or the file cannot be created (one of that
- *         name exists, say)
+ *         (IFS_CREATE_FREE_MIB or less free), no free handle, or the file cannot be created (for instance,
+ *         one of that name exists)
  */
 IFS_API int Ifsi_create(struct tm* start, int video_system, int video_res, int width, int height,
                         int frame_rate, int audio_profile, SAMPLE_RATE_INDEX_E sample_rate_index,
@@ -221,8 +219,8 @@ IFS_API int Ifsi_create(struct tm* start, int video_system, int video_res, int w
  * @param fd         recording handle
  * @param len1,len2  bytes
  * @param pts        presentation time in microseconds; kept with millisecond precision
- * @return 0, or -1: no recording handle, unknown frame type, card full (IFS_WRITE_FREE_MIB or less free), or
- *         refused by the container. The recording stays open and takes the next frame.
+ * @return 0, or -1: not a recording handle, unknown frame type, card full (IFS_WRITE_FREE_MIB or less free),
+ *         or refused by the container. The recording stays open and takes the next frame.
  */
 IFS_API int Ifsi_write(int fd, char* data1, int len1, char* data2, int len2, _ifs_frame_type_ type,
                        unsigned long long pts);
@@ -230,11 +228,11 @@ IFS_API int Ifsi_write(int fd, char* data1, int len1, char* data2, int len2, _if
 /**
  * End a recording or a playback. Locks: interface, write, read.
  *
- * A recording enters the catalogue and its stream's index file; one that is empty or cannot be described is
- * deleted.
+ * A recording enters the catalogue and its stream's index file. An empty one is deleted, and so is one that
+ * cannot be described.
  *
  * @param fd   file handle; an unknown one is reported and ignored
- * @param end  end time of the recording, UTC, or null: its start plus what was written, in whole seconds
+ * @param end  end time of the recording, UTC; null: its start plus its length, in whole seconds
  * @return 0
  */
 IFS_API int Ifsi_close(int fd, struct tm* end);
@@ -244,7 +242,7 @@ IFS_API int Ifsi_close(int fd, struct tm* end);
 /**
  * Open a recording by its catalogue entry, from a search for instance. Locks: interface, read.
  *
- * @param rec  start, stream, resolution code and video system name the file; read only
+ * @param rec  its start, stream, resolution code and video system give the file's name; read only
  * @return a playback handle that Ifsi_close() releases, or -1: not mounted, no free handle, no such file
  */
 IFS_API int Ifsi_open(_ifs_rec_file_* rec);
@@ -252,9 +250,9 @@ IFS_API int Ifsi_open(_ifs_rec_file_* rec);
 /**
  * Open a recording by time. Locks: interface, read.
  *
- * Main stream: the recording that starts at this second. Sub stream: the nearest one that started on that
- * day: the one that covers the time, else the one that ends at it, else the next one to start. Recordings
- * still being written count. Playback begins at the recording's first frame; see Ifsi_tseek().
+ * Main stream: the recording that starts in this second. Sub stream: likewise, or else, of those that start
+ * on the same day, one that covers the time, one that ends at it, or the next one to start, in this order.
+ * Recordings still being written count. Playback begins at the first frame; see Ifsi_tseek().
  *
  * @return a playback handle that Ifsi_close() releases, or -1: not mounted, none found, no free handle
  */
@@ -279,16 +277,16 @@ IFS_API int Ifsi_stat(int fd, _ifs_rec_file_* rec);
 /**
  * Read the next frame, with its frame header in front. Lock: read.
  *
- * The payload lands at buf + 32, the header ends where it begins, zeros fill it up to a multiple of 8.
+ * The payload begins at buf + 32, directly behind the header. Zeros fill it up to a multiple of 8 bytes.
  *
- * @param size            bytes of buf: the largest frame + 39
+ * @param size            bytes of buf: at least 39 more than the largest frame
  * @param payload_offset  32
  * @param payload_len     bytes of the payload
  * @param frame_offset    where the header begins: 0 (key frame), 8 (other video) or 24 (audio)
  * @param frame_len       bytes from there to the end of the fill
  * @param frame_type      kind of the frame
  * @param time            time of the frame, seconds
- * @return frame_len; 0 at the end of the recording (outputs untouched); -1: no playback handle, buffer
+ * @return frame_len; 0 at the end of the recording (outputs untouched); -1: not a playback handle, buffer
  *         too small, or the container failed
  */
 IFS_API int Ifsi_read(int fd, char* buf, int size, int* payload_offset, int* payload_len, int* frame_offset,
@@ -305,7 +303,7 @@ IFS_API int Ifsi_read_v2(int fd, char* buf, int size, _ifs_frame_type_* frame_ty
  * Read the file's own bytes, for copying it out; independent of the frame position. Lock: read.
  *
  * @param size  bytes wanted
- * @return bytes read, 0 at the end of the file, -1: no playback handle, or a read error
+ * @return bytes read, 0 at the end of the file, -1: not a playback handle, or a read error
  */
 IFS_API int Ifsi_read_standard(int fd, char* buf, int size);
 
@@ -321,12 +319,12 @@ IFS_API int Ifsi_seek(int fd, long offset, int whence);
  * Position a playback: the next frame read is the first one at or after a time. Lock: read.
  *
  * @param time  seconds since 1970; a time before the start leads to the first frame
- * @return 0, or -1: no playback handle, or the container failed
+ * @return 0, or -1: not a playback handle, or the container failed
  */
 IFS_API int Ifsi_tseek(int fd, unsigned int time);
 
 /**
- * Tell the full path of a catalogue entry's file. Takes no lock.
+ * Give the full path of a catalogue entry's file. Takes no lock.
  *
  * @param name  128 bytes of the caller; a longer path is cut
  * @return 0, or -1 when not mounted
@@ -334,7 +332,7 @@ IFS_API int Ifsi_tseek(int fd, unsigned int time);
 IFS_API int Ifsi_get_file_name(_ifs_rec_file_* rec, char* name);
 
 /**
- * Tell the full path of the recording that starts at a second, finished or still being written. Lock: read.
+ * Give the full path of the recording that starts in a second, finished or still being written. Lock: read.
  *
  * @param name  128 bytes of the caller; a longer path is cut
  * @return 0, or -1: not mounted, or none starts then
@@ -344,7 +342,7 @@ IFS_API int Ifsi_get_file_name_v2(struct tm* time, _ifs_stream_type_ stream_type
 /* ---- Queries. Lock of each: interface. ---- */
 
 /**
- * Tell when the latest finished recording of either stream ends.
+ * Give the end of the latest finished recording of either stream.
  *
  * @param latest  UTC; all zero when there is none, untouched when not mounted
  * @return 0, -2 when there is none, -3 when not mounted
@@ -352,8 +350,8 @@ IFS_API int Ifsi_get_file_name_v2(struct tm* time, _ifs_stream_type_ stream_type
 IFS_API int Ifsi_get_latest_rec_time(struct tm* latest);
 
 /**
- * Search a stream for the recordings that overlap a time range, bounds included, those still being
- * written too. The result is a snapshot; an open search keeps the card from being unmounted.
+ * Search a stream for the recordings that overlap a time range, bounds included. Those still being written
+ * count. The result is a snapshot; an open search keeps the card from being unmounted.
  *
  * @return a search handle, 1 to 8, that Ifsi_find_close() releases, or -1: not mounted, or 8 are open
  */
@@ -362,20 +360,21 @@ IFS_API int Ifsi_find_open(struct tm* start, struct tm* end, _ifs_stream_type_ s
 /** End a search. @return 0, also for an unknown handle */
 IFS_API int Ifsi_find_close(int handle);
 
-/** Tell how many recordings a search holds, fetched ones included. @return 0 for an unknown handle */
+/** Count the recordings that a search holds, fetched ones included. @return 0 for an unknown handle */
 IFS_API int Ifsi_find_get_count(int handle);
 
 /**
- * Fetch the next recordings of a search, in the order of their start.
- * Those that were being written are described as they are now; one that has vanished is left out.
+ * Fetch the next recordings of a search, in the order of their starts. Those that were being written are
+ * described as they are now. One that no longer exists is left out.
  *
- * @param count  entries that out has room for
+ * @param count  number of entries that fit in out
  * @return entries written to out; 0 at the end, for an unknown handle and for a count below 1
  */
 IFS_API int Ifsi_find_next(int handle, int count, _ifs_rec_file_* out);
 
 /**
- * Mark the local days of month on which a recording that overlaps the range starts or ends within it.
+ * Mark the local days of the month on which recordings start or end. What lies outside the range does not
+ * count.
  *
  * @param start,end  range, UTC, bounds included; a month as a rule
  * @param days       31 bytes of the caller: days[i] becomes 1 for day i + 1, else 0
@@ -396,7 +395,7 @@ IFS_API int Ifsi_get_file_number(unsigned long* main_number, unsigned long* sub_
 struct mntent;
 
 /**
- * Look a directory or device up in a mount table.
+ * Look up a directory or device in a mount table.
  *
  * @param name   mount directory, one trailing slash allowed, or device; at most 127 characters count
  * @param table  path of the table, or null for /proc/mounts

@@ -2,10 +2,10 @@
  * ifs_legacy: the older interface of the library, for applications that were written against it.
  *
  * Thirteen calls work: ten rec_*, which forward to the interface of ifs.h, and three fs_*. Their times, locks
- * and results are those of the calls they forward to. All others are placeholders, listed below: they let an
- * application link, and end its process when they are called.
+ * and results are those of the calls they forward to. All others are placeholders, listed below: an
+ * application that names them links, and a call of one ends its process.
  *
- * A stream is 0 for the main stream, any other value is the sub stream. Pointers must not be null.
+ * A stream is 0 for the main stream; any other value stands for the sub stream. Pointers must not be null.
  */
 #ifndef IFS_LEGACY_H
 #define IFS_LEGACY_H
@@ -19,7 +19,7 @@
 extern "C" {
 #endif
 
-/* ---- Records. The caller's memory; the library sets every byte, those without a meaning to zero. ---- */
+/* ---- Records, in the caller's memory. The library sets every byte; those without a meaning are 0. ---- */
 
 /* The kind of a file in the records is 1 for MP4, the only format of recordings. */
 
@@ -91,20 +91,20 @@ IFS_API int rec_find_open(struct tm* start, struct tm* end, int ignored, int str
 /** End a search. @return 0, also for an unknown handle */
 IFS_API int rec_find_close(int handle);
 
-/** Tell how many recordings a search holds, fetched ones included. @return 0 for an unknown handle */
+/** Count the recordings that a search holds, fetched ones included. @return 0 for an unknown handle */
 IFS_API int rec_find_getcounts(int handle);
 
 /**
- * Fetch the next recordings of a search, in the order of their start.
+ * Fetch the next recordings of a search, in the order of their starts.
  *
  * @param records,stats  arrays of count elements; those behind the results stay untouched
  * @return results written to each array; 0 at the end and for an unknown handle; -1 for a count below 1
- *         or when memory runs out: nothing is written then, and nothing is fetched
+ *         or when memory runs out: nothing is written then, and the next call fetches the same results
  */
 IFS_API int rec_find_next(int handle, record* records, record_stat_t* stats, int count);
 
 /**
- * Tell the full path of the recording that starts at a second, as Ifsi_get_file_name_v2() does.
+ * Give the full path of the recording that starts in a second, as Ifsi_get_file_name_v2() does.
  *
  * @param name  128 bytes of the caller
  * @return 0 or -1
@@ -157,8 +157,7 @@ IFS_API int fs_getgrp(void);
 /** @return 0 */
 IFS_API int fs_earliest(void);
 
-/* ---- Placeholders. Each prints a notice, if IFS_DEBUG_LEGACY is set, and ends the process with exit(1).
- * ---- */
+/* ---- Placeholders. Each prints a notice if IFS_DEBUG_LEGACY is set, and calls exit(1). ---- */
 
 /* clang-format off */
 
