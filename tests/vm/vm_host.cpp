@@ -7,8 +7,14 @@
  * output. The run ends with status 1 at the first step that fails (after the word "fails": that succeeds),
  * with status 3 when a step lasts longer than the deadline. Times are seconds since 1970, streams 0 (main)
  * and 1 (sub), sizes bytes.
+ *
+ * The step "log" makes it mark what it does on a card whose writes are logged: a mark is a text in a sector
+ * in front of the partition, which goes to the card past the kernel's cache, so that it lies in the log
+ * between what was written before and after it. From then on sleeps are short.
  */
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,7 +33,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/vm/footage_frames.h"
+#include "tests/vm/card_report.h"
 
 namespace
 {
@@ -44,6 +50,23 @@ std::atomic<int> g_deadline_s{120};
 std::atomic<const char*> g_step_name{""};
 int g_playback = -1;
 time_t g_playback_start = 0;
+
+constexpr off_t k_mark_offset = 62 * 512;
+int g_log = -1; ///< the disk, while its writes are logged
+
+__attribute__((format(printf, 1, 2))) void Mark(const char* format, ...)
+{
+    alignas(512) static char sector[512];
+    memset(sector, 0, sizeof sector);
+    va_list values;
+    va_start(values, format);
+    vsnprintf(sector, sizeof sector, format, values);
+    va_end(values);
+    if (g_log >= 0 && pwrite(g_log, sector, sizeof sector, k_mark_offset) != sizeof sector) {
+        perror("mark");
+        _exit(2);
+    }
+}
 
 __attribute__((format(printf, 1, 2))) void Report(const char* format, ...)
 {
@@ -86,10 +109,10 @@ _ifs_stream_type_ Stream(const std::string& text)
     return text == "0" ? IFS_STREAM_MAIN : IFS_STREAM_SUB;
 }
 
-int Create(time_t start_s, _ifs_stream_type_ stream)
+int Create(time_t start_s, _ifs_stream_type_ stream, int width = 320)
 {
     tm start = Utc_time(start_s);
-    return Ifsi_create(&start, 1, 6, 320, 240, 25, 1, SAMPLE_RATE_INDEX_44100, 1, 1, stream);
+    return Ifsi_create(&start, 1, 6, width, width * 3 / 4, 25, 1, SAMPLE_RATE_INDEX_44100, 1, 1, stream);
 }
 
 /** Write the frames, their times moved. @return how many were refused */
@@ -110,6 +133,7 @@ int Write(int fd, Frames& frames, uint64_t later_us = 0, milliseconds pause = mi
 
 bool Mount(const Args&)
 {
+    Mark("phase rebuild");
     const Clock::time_point begin = Clock::now();
     if (Ifsi_mount(k_mount_point) != 0) {
         return false;
@@ -122,6 +146,7 @@ bool Mount(const Args&)
     unsigned long main_files = 0;
     unsigned long sub_files = 0;
     Ifsi_get_file_number(&main_files, &sub_files);
+    Mark("phase idle");
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     Report("mount call_ms=%lld ready_ms=%lld main=%lu sub=%lu peak_kib=%ld", call_ms, ready_ms, main_files,
@@ -131,10 +156,18 @@ bool Mount(const Args&)
 
 bool Format(const Args&)
 {
+    Mark("phase format");
     const Clock::time_point begin = Clock::now();
     const bool done = Ifsi_format() == 0;
+    Mark("formatted");
     Report("format ms=%lld", Elapsed_ms(begin));
     return done;
+}
+
+bool Unmount(const Args&)
+{
+    Mark("phase unmount");
+    return Ifsi_umount() == 0;
 }
 
 bool Info(const Args&)
@@ -330,6 +363,130 @@ bool List(const Args& args)
     return count == counted;
 }
 
+/* ---- What power cuts interrupt ---- */
+
+/** A recording that is being made. */
+struct Marked_recording {
+    const Footage& footage;
+    time_t start;
+    _ifs_stream_type_ stream;
+    int fd = -1;
+    size_t frames = 0;
+    size_t bytes = 0;
+
+    bool Create()
+    {
+        Mark("phase create");
+        fd = ::Create(start, stream, stream == IFS_STREAM_MAIN ? 320 : 160);
+        Mark("phase record");
+        return fd > 0;
+    }
+    /** Write the frames up to a time of the stream. */
+    bool Write_until(uint64_t end_us)
+    {
+        for (;; ++frames) {
+            Footage_frame frame = footage.Frame(start, stream, frames);
+            if (frame.pts_us >= end_us) {
+                return true;
+            }
+            if (frame.type != IFS_FRAME_AUDIO) {
+                Mark("handed %lld %d %llu", static_cast<long long>(start), static_cast<int>(stream),
+                     static_cast<unsigned long long>(frame.pts_us / 1000));
+            }
+            if (Ifsi_write(fd, frame.bytes.data(), static_cast<int>(frame.bytes.size()), nullptr, 0,
+                           frame.type, frame.pts_us) != 0) {
+                return false;
+            }
+            bytes += frame.bytes.size();
+        }
+    }
+    void Close()
+    {
+        Mark("phase close");
+        Ifsi_close(fd, nullptr);
+        Mark("closed %lld %d %zu %zu", static_cast<long long>(start), static_cast<int>(stream), frames,
+             bytes);
+        Mark("phase idle");
+    }
+};
+
+/** The streams of a camera: frames of both, half a second of each at a time. */
+bool Record_pair(const Footage& main_footage, const Footage& sub_footage, time_t start, unsigned seconds,
+                 bool close)
+{
+    ++g_step_number; // the deadline is that of one pair
+    Marked_recording main{main_footage, start, IFS_STREAM_MAIN};
+    Marked_recording sub{sub_footage, start, IFS_STREAM_SUB};
+    bool done = main.Create() && sub.Create();
+    for (uint64_t us = 0; done && us <= seconds * 1000000ULL; us += 500000) {
+        done = main.Write_until(us) && sub.Write_until(us);
+    }
+    if (close) {
+        main.Close();
+        sub.Close();
+    }
+    return done;
+}
+
+/** pairs MAIN_FRAMES SUB_FRAMES START COUNT SECONDS: pairs of recordings, main and sub at once, a minute
+ * apart */
+bool Pairs(const Args& args)
+{
+    const Footage main(args[0]);
+    const Footage sub(args[1]);
+    bool done = true;
+    for (unsigned i = 0; done && i < Number(args[3]); ++i) {
+        done = Record_pair(main, sub, Number(args[2]) + 60 * i, Number(args[4]), true);
+    }
+    return done;
+}
+
+/** interrupt MAIN_FRAMES SUB_FRAMES START SECONDS: begin a pair and end the process without closing it */
+bool Interrupt(const Args& args)
+{
+    Record_pair(Footage(args[0]), Footage(args[1]), Number(args[2]), Number(args[3]), false);
+    _exit(0);
+}
+
+/** overlap-to COUNT: have the oldest recordings deleted until fewer are left */
+bool Overlap_to(const Args& args)
+{
+    constexpr unsigned k_hysteresis = 20;
+    Mark("phase overlap");
+    gFs_max_file_number = Number(args[0]) + k_hysteresis;
+    Ifsi_set_overlap(1);
+    Ifsi_init();
+    unsigned long main_files = 0;
+    unsigned long sub_files = 0;
+    do {
+        usleep(1000000);
+        Ifsi_get_file_number(&main_files, &sub_files);
+    } while (main_files + sub_files >= Number(args[0]));
+    Ifsi_set_overlap(0);
+    Mark("phase idle");
+    return true;
+}
+
+/** report MAIN_FRAMES SUB_FRAMES: see card_report.h */
+bool Report_what_is_there(const Args& args)
+{
+    return Report_card(k_mount_point, Footage(args[0]), Footage(args[1])) == 0;
+}
+
+bool Sync(const Args&)
+{
+    sync();
+    Mark("card synced");
+    return true;
+}
+
+/** log DISK */
+bool Log(const Args& args)
+{
+    g_log = open(args[0].c_str(), O_RDWR | O_DIRECT | O_CLOEXEC);
+    return g_log >= 0;
+}
+
 struct Step {
     size_t args;
     std::function<bool(const Args&)> run;
@@ -349,7 +506,13 @@ const std::map<std::string, Step> k_steps = {
     {"play", {3, Play}},
     {"list", {2, List}},
     {"init", {0, [](const Args&) { return Ifsi_init() == 0; }}},
-    {"unmount", {0, [](const Args&) { return Ifsi_umount() == 0; }}},
+    {"unmount", {0, Unmount}},
+    {"log", {1, Log}},
+    {"pairs", {5, Pairs}},
+    {"interrupt", {4, Interrupt}},
+    {"overlap-to", {1, Overlap_to}},
+    {"report", {2, Report_what_is_there}},
+    {"sync", {0, Sync}},
     {"close", {0, [](const Args&) { return Ifsi_close(g_playback, nullptr) == 0; }}},
     {"seek", {1, [](const Args& args) { return Ifsi_tseek(g_playback, Number(args[0])) == 0; }}},
     {"overlap", {1, [](const Args& args) { return Ifsi_set_overlap(args[0] != "0") == 0; }}},
@@ -360,6 +523,38 @@ const std::map<std::string, Step> k_steps = {
 };
 
 } // namespace
+
+/* What the library and the container call is marked on the way, and sleeps are short, while writes are
+ * logged. */
+extern "C" {
+
+int fdatasync(int fd)
+{
+    Mark("step sync");
+    const int result = static_cast<int>(syscall(SYS_fdatasync, fd));
+    Mark("step synced");
+    return result;
+}
+
+int remove(const char* path)
+{
+    const char* slash = strrchr(path, '/');
+    Mark("removing %s", slash != nullptr ? slash + 1 : path);
+    return unlink(path);
+}
+
+int usleep(useconds_t duration)
+{
+    const useconds_t shown = g_log >= 0 ? duration / 100 : duration;
+    const timespec pause = {static_cast<time_t>(shown / 1000000), static_cast<long>(shown % 1000000) * 1000};
+    return nanosleep(&pause, nullptr);
+}
+
+unsigned sleep(unsigned seconds)
+{
+    return usleep(seconds * 1000000u) == 0 ? 0 : seconds;
+}
+}
 
 int main(int argc, char** argv)
 {

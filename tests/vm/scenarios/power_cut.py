@@ -29,29 +29,27 @@ IMAGES_A_BOOT = 10
 SCENES = {"main.frames": "320x240", "sub.frames": "160x120"}
 # Where reserved clusters were linked to a free one, the kernel names that when they are cut off; nothing else may be wrong.
 KERNEL_ERROR = re.compile(r"FAT-fs \(\w+\): error(?!, fat_free_clusters)")
-JOB = """
-job() { /data/cut_job "$@" >>/out/library.log; }
-"""
 # The kernel writes what is not synced after a second instead of half a minute: stream time is short here, too.
-LOGGED = JOB + f"""
+FRAMES = "/data/main.frames /data/sub.frames"
+LOGGED = f"""
 echo 100 >/proc/sys/vm/dirty_expire_centisecs
 echo 50 >/proc/sys/vm/dirty_writeback_centisecs
-logged() {{ job /dev/sda /data/main.frames /data/sub.frames "$@"; }}
-logged format mount record {START} 2 12 sync record {START + 600} 2 20 unmount
-logged mount record {START + 1200} 1 15 interrupt {START + 1800} 17
+logged() {{ host log /dev/sda "$@"; }}
+logged format mount pairs {FRAMES} {START} 2 12 sync pairs {FRAMES} {START + 600} 2 20 unmount
+logged mount pairs {FRAMES} {START + 1200} 1 15 interrupt {FRAMES} {START + 1800} 17
 umount /card
-logged mount record {START + 2400} 1 9 unmount
-logged mount interrupt {START + 2700} 11
+logged mount pairs {FRAMES} {START + 2400} 1 9 unmount
+logged mount interrupt {FRAMES} {START + 2700} 11
 umount /card
-logged mount record {START + 3000} 60 1 overlap 12 record {START + 7200} 3 7 unmount
-logged format mount record {START + 9000} 1 8 unmount
+logged mount pairs {FRAMES} {START + 3000} 60 1 overlap-to 12 pairs {FRAMES} {START + 7200} 3 7 unmount
+logged format mount pairs {FRAMES} {START + 9000} 1 8 unmount
 """
 
 
 def run(bench):
     frames = scenes(bench.work)
     image, log_path = sparse(bench.image("card"), CARD_BYTES), sparse(bench.work / "writes.log", 0)
-    bench.boot(LOGGED, logged_card(image, log_path), files={"cut_job": job(bench), **frames}, seconds=600)
+    bench.boot(LOGGED, logged_card(image, log_path), files=frames, seconds=600)
     log = WriteLog(log_path, CARD_BYTES)
     cuts = choose(log, 1000 if bench.long else 100)
     verdicts = judge_all(bench.work, cuts)
@@ -76,10 +74,6 @@ def scenes(folder):
         if not (folder / name).exists():
             footage.write(folder / name, footage.SECONDS, size)
     return {name: folder / name for name in SCENES}
-
-
-def job(bench):
-    return ROOT / "build" / bench.guest.target.preset / "tests/vm/cut_job"
 
 
 def choose(log, count):
@@ -121,8 +115,8 @@ def on_a_kernel(bench, log, cuts, verdicts, frames):
         for image, (_, _, card) in zip(images, log.cuts(bench.work, part)):
             write_image(image, card)
         # One disk at a time is the card: no others are linked by the guest's own loop.
-        said = bench.boot(JOB + "kill $!" + "".join(steps(number) for number, _ in enumerate(part)), disks(images),
-                          files={"cut_job": job(bench), **frames}, seconds=60 + 40 * len(part), sound=False)
+        said = bench.boot("kill $!" + "".join(steps(number) for number, _ in enumerate(part)), disks(images),
+                          files=frames, seconds=60 + 40 * len(part), sound=False)
         broken += [f"--cut {part} on a kernel: it says {line}" for line in said.text("kernel.log").splitlines()
                    if KERNEL_ERROR.search(line)]
         for image, cut, lines in zip(images, part, split(said.lines)):
@@ -155,7 +149,7 @@ def steps(number):
 echo "image {number}"
 path=$(grep -l {model(number)} /sys/block/sd*/device/model) && disk=${{path#/sys/block/}} && disk=${{disk%%/*}}
 rm -rf /dev/hd && mkdir /dev/hd && ln -s ../$disk /dev/hd/sda && ln -s ../${{disk}}1 /dev/hd/sda1
-job - /data/main.frames /data/sub.frames report mount record {START + 90000} 2 3 unmount report
+host report {FRAMES} mount pairs {FRAMES} {START + 90000} 2 3 unmount report {FRAMES}
 """
 
 

@@ -3,7 +3,6 @@
 from .. import footage
 from ..machine import check, sparse
 from ..write_log import WriteLog, logged_card
-from .power_cut import job
 
 START = 1777809600  # 2026-05-03 12:00:00 UTC
 CARD_BYTES = 1 << 30
@@ -18,9 +17,8 @@ def run(bench):
     frames = {name: bench.work / name for name in RATES}
     for name, bits_a_second in RATES.items():
         footage.fatten(bench.footage[name], frames[name], bits_a_second // 8 * footage.SECONDS)
-    bench.boot(f"/data/cut_job /dev/sda /data/main.frames /data/sub.frames format mount record {START} 1 {60 * minutes} "
-               "unmount >/out/library.log", logged_card(image, log_path), files={"cut_job": job(bench), **frames},
-               seconds=300 * minutes)
+    bench.boot(f"host log /dev/sda deadline {300 * minutes} format mount pairs /data/main.frames /data/sub.frames {START} 1 "
+               f"{60 * minutes} unmount", logged_card(image, log_path), files=frames, seconds=300 * minutes)
     log = WriteLog(log_path, CARD_BYTES)
     marks = [number for number, entry in enumerate(log.entries) if entry.mark]
     begin = next(number for number in marks if log.entries[number].mark == "phase create")
