@@ -62,14 +62,17 @@ std::string heading(const Month& month, size_t cell)
 /** Weeks below each other, Monday first; behind a day stands M, S or both. */
 std::string draw_month(const Month& month, const StreamMonth& main, const StreamMonth& sub, size_t columns)
 {
-    const size_t cell = columns == 0 || columns >= 7 * 7 ? 7 : 5;
+    constexpr size_t wide_cell = 7;
+    constexpr size_t narrow_cell = 5;
+    const size_t cell = columns == 0 || columns >= 7 * wide_cell ? wide_cell : narrow_cell;
     std::string drawing = heading(month, cell) + std::string(static_cast<size_t>(month.weekday) * cell, ' ');
     for (int day = 1; day <= month.days; ++day) {
         std::string marks = std::string(main.days[day - 1] ? "M" : "") + (sub.days[day - 1] ? "S" : "");
         bool week_ends = (month.weekday + day) % 7 == 0 || day == month.days;
         marks.resize(week_ends ? marks.size() : 2, ' ');
         const std::string number = std::to_string(day);
-        drawing += std::string(cell - 2 - number.size(), ' ') + number + marks + (week_ends ? "\n" : "");
+        drawing.append(cell - 2 - number.size(), ' ').append(number).append(marks);
+        drawing += week_ends ? "\n" : "";
     }
     return drawing + "\nM main stream: " + std::to_string(main.recordings) +
            " recordings\nS sub stream: " + std::to_string(sub.recordings) + " recordings\n";
