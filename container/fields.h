@@ -13,6 +13,23 @@
 namespace ifs_mp4
 {
 
+/** Memory that tables may take. */
+class TableRoom
+{
+public:
+    /** @param first_only  keep of each list only what it takes to know the first frame */
+    explicit TableRoom(uint64_t bytes, bool first_only = false) : m_bytes(bytes), m_first_only(first_only) {}
+
+    /** @return entries to keep, of so many; none when there is no room for them */
+    size_t take(uint64_t entries, size_t entry_bytes);
+    bool exceeded() const { return m_exceeded; }
+
+private:
+    uint64_t m_bytes;
+    bool m_first_only;
+    bool m_exceeded = false;
+};
+
 /** Reads the fields of a box one behind the other; zeros and not ok() once one lies past its end. */
 class Fields
 {
@@ -29,7 +46,7 @@ public:
         m_pos += m_ok ? size : 0;
         return data;
     }
-    void skip(size_t size)
+    void skip(uint64_t size)
     {
         m_ok = m_ok && size <= left();
         m_pos += m_ok ? size : 0;
@@ -60,26 +77,39 @@ public:
             entries -= some;
         }
     }
-    /** A count and then that many numbers, in one read since these are the longest tables. */
-    void list(std::vector<uint32_t>& numbers)
+    /**
+     * A count and then that many numbers, in one read since these are the longest tables.
+     * @return numbers that were not kept
+     */
+    uint32_t list(std::vector<uint32_t>& numbers, TableRoom& room)
     {
-        numbers.resize(count(4));
+        uint32_t total = count(4);
+        numbers.resize(take(total, 4, room));
         auto* data = reinterpret_cast<uint8_t*>(numbers.data());
         m_ok = m_ok && m_source.read(m_pos, data, numbers.size() * 4);
         m_pos += numbers.size() * 4;
         for (uint32_t& number : numbers)
             number = be32(reinterpret_cast<const uint8_t*>(&number));
+        return total - static_cast<uint32_t>(numbers.size());
     }
-    /** A count of entries and then these, each read by a function. */
+    /** A count of entries and then these, each read by a function. @return entries that were not kept */
     template <class Entry, class Function>
-    void list(std::vector<Entry>& entries, size_t entry_bytes, Function read_entry)
+    uint32_t list(std::vector<Entry>& entries, size_t entry_bytes, TableRoom& room, Function read_entry)
     {
-        entries.resize(count(entry_bytes));
+        uint32_t total = count(entry_bytes);
+        entries.resize(take(total, sizeof(Entry), room));
         Entry* next = entries.data();
         each(entries.size(), entry_bytes, [&](const uint8_t* entry) { *next++ = read_entry(entry); });
+        return total - static_cast<uint32_t>(entries.size());
     }
 
 private:
+    size_t take(uint32_t entries, size_t entry_bytes, TableRoom& room)
+    {
+        size_t kept = room.take(entries, entry_bytes);
+        m_ok = m_ok && !room.exceeded();
+        return kept;
+    }
     template <size_t size>
     uint32_t number()
     {
@@ -114,8 +144,8 @@ bool is_uuid(Source& source, const Box& box, const uint8_t (&uuid)[uuid_bytes]);
 /** The content of a box of our own. */
 Box behind_uuid(const Box& box);
 
-/** Read the box "exact". @return false: damaged, or an I/O error */
-bool parse_exact(Source& source, const Box& box, ExactTables& exact);
+/** Read the box "exact". @return false: damaged, too large, or an I/O error */
+bool parse_exact(Source& source, const Box& box, TableRoom& room, ExactTables& exact);
 
 } // namespace ifs_mp4
 

@@ -62,6 +62,11 @@ constexpr size_t chunk_bytes = 4 + 12;
 /** Bytes in front of the header of 16 bytes. */
 constexpr size_t ftyp_bytes = 32;
 constexpr size_t hiding_header_bytes = 16;
+/** Where the content of the first moov begins, and in it the box "info". */
+constexpr size_t first_moov_begin = ftyp_bytes + hiding_header_bytes + 8;
+constexpr size_t mvhd_bytes = 108;
+constexpr size_t first_info_begin = first_moov_begin + mvhd_bytes;
+constexpr size_t info_bytes = 76;
 
 /** The writer cuts a fragment that has got so many frames. */
 constexpr size_t max_fragment_frames = 1024;

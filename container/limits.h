@@ -5,7 +5,6 @@
 #ifndef CONTAINER_LIMITS_H
 #define CONTAINER_LIMITS_H
 
-#include <cstddef>
 #include <cstdint>
 
 namespace ifs_mp4
@@ -17,8 +16,14 @@ namespace ifs_mp4
  */
 constexpr uint64_t max_table_bytes = 32 << 20;
 
-/** Frames in a fragment. The writer cuts it long before; a later one may not. */
-constexpr size_t max_fragment_samples = 8192;
+/** The same for a fragment. The writer cuts it at a third of this; a later one may not. */
+constexpr uint64_t max_fragment_table_bytes = 128 << 10;
+
+/**
+ * A recording whose tables are larger is not finished by a look at it, which has to do with 1 MiB of memory,
+ * but when it is played: 9 to 60 minutes.
+ */
+constexpr uint64_t max_probe_table_bytes = 448 << 10;
 
 } // namespace ifs_mp4
 

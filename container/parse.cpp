@@ -4,30 +4,21 @@
 #include <limits>
 
 #include "container/fields.h"
+#include "container/limits.h"
 
 namespace ifs_mp4
 {
 namespace
 {
 
-bool parse_info(Source& source, const Box& box, ParsedMovie& movie)
-{
-    Fields fields(source, behind_uuid(box));
-    bool known = fields.u32() == layout_version;
-    movie.recording = true;
-    movie.complete = fields.u32() == 1;
-    for (auto field : info_fields)
-        movie.info.*field = static_cast<int>(fields.u32());
-    movie.info.duration = std::max(movie.info.duration, 0);
-    movie.tables.tracks[audio_track].start_time = fields.u64();
-    return known && fields.ok();
-}
-
 /** Reads a trak box of any writer into a Track. */
 class TrackParser
 {
 public:
-    TrackParser(Source& source, ParsedMovie& movie) : m_source(source), m_movie(movie) {}
+    TrackParser(Source& source, TableRoom& room, ParsedMovie& movie)
+        : m_source(source), m_room(room), m_movie(movie)
+    {
+    }
 
     /** @return false when the box is damaged; a track of a kind that is not played is passed over */
     bool parse(const Box& trak);
@@ -47,9 +38,8 @@ private:
     bool parse_avc1(const Box& entry);
     bool parse_mp4a(const Box& entry);
     bool parse_esds(const Box& box);
-    bool parse_runs(const Box& box, std::vector<Run>& runs);
-    bool parse_durations(const Box& box) { return parse_runs(box, m_track.durations); }
-    bool parse_show_offsets(const Box& box) { return parse_runs(box, m_track.show_offsets); }
+    bool parse_durations(const Box& box);
+    bool parse_show_offsets(const Box& box);
     bool parse_keys(const Box& box);
     bool parse_sizes(const Box& box);
     bool parse_offsets(const Box& box);
@@ -63,8 +53,10 @@ private:
     };
 
     Source& m_source;
+    TableRoom& m_room;
     ParsedMovie& m_movie;
     Track m_track;
+    uint64_t m_duration = 0;
     int m_kind = -1;
     std::vector<ChunkCount> m_chunk_counts;
 };
@@ -207,11 +199,28 @@ bool TrackParser::parse_esds(const Box& box)
     return true;
 }
 
-bool TrackParser::parse_runs(const Box& box, std::vector<Run>& runs)
+bool TrackParser::parse_durations(const Box& box)
+{
+    auto read_run = [this](const uint8_t* entry) {
+        Run run{be32(entry), be32(entry + 4)};
+        m_duration += uint64_t{run.count} * run.value;
+        return run;
+    };
+    Fields fields(m_source, box);
+    fields.skip(4);
+    m_duration = 0;
+    uint32_t left = fields.list(m_track.durations, 8, m_room, read_run);
+    fields.each(left, 8, read_run);
+    return fields.ok();
+}
+
+bool TrackParser::parse_show_offsets(const Box& box)
 {
     Fields fields(m_source, box);
     fields.skip(4);
-    fields.list(runs, 8, [](const uint8_t* entry) { return Run{be32(entry), be32(entry + 4)}; });
+    fields.list(m_track.show_offsets, 8, m_room, [](const uint8_t* entry) {
+        return Run{be32(entry), be32(entry + 4)};
+    });
     return fields.ok();
 }
 
@@ -220,7 +229,7 @@ bool TrackParser::parse_keys(const Box& box)
     Fields fields(m_source, box);
     fields.skip(4);
     m_track.all_keys = false;
-    fields.list(m_track.keys);
+    fields.list(m_track.keys, m_room);
     for (uint32_t& key : m_track.keys)
         --key;
     return fields.ok() && std::is_sorted(m_track.keys.begin(), m_track.keys.end());
@@ -236,8 +245,8 @@ bool TrackParser::parse_sizes(const Box& box)
         m_track.count = fields.u32();
         return fields.ok() && m_track.count <= m_source.size() / m_track.constant_size;
     }
-    fields.list(m_track.sizes);
-    m_track.count = static_cast<uint32_t>(m_track.sizes.size());
+    m_track.count = fields.list(m_track.sizes, m_room);
+    m_track.count += static_cast<uint32_t>(m_track.sizes.size());
     return fields.ok();
 }
 
@@ -246,7 +255,7 @@ bool TrackParser::parse_offsets(const Box& box)
     bool wide = box.type == fourcc("co64");
     Fields fields(m_source, box);
     fields.skip(4);
-    fields.list(m_track.chunks, wide ? 8 : 4, [=](const uint8_t* entry) {
+    fields.list(m_track.chunks, wide ? 8 : 4, m_room, [=](const uint8_t* entry) {
         return Chunk{wide ? be64(entry) : be32(entry), 0};
     });
     return fields.ok();
@@ -256,7 +265,7 @@ bool TrackParser::parse_chunk_counts(const Box& box)
 {
     Fields fields(m_source, box);
     fields.skip(4);
-    fields.list(m_chunk_counts, 12, [](const uint8_t* entry) {
+    fields.list(m_chunk_counts, 12, m_room, [](const uint8_t* entry) {
         return ChunkCount{be32(entry), be32(entry + 4)};
     });
     return fields.ok();
@@ -279,10 +288,7 @@ bool TrackParser::fill_chunks()
 void TrackParser::describe(int kind) const
 {
     const Track& track = m_movie.tables.tracks[kind];
-    uint64_t total = 0;
-    for (const Run& run : track.durations)
-        total += uint64_t{run.count} * run.value;
-    uint64_t duration_ms = std::min<uint64_t>(track.to_ms(total), std::numeric_limits<int>::max());
+    uint64_t duration_ms = std::min<uint64_t>(track.to_ms(m_duration), std::numeric_limits<int>::max());
     m_movie.info.duration = std::max(m_movie.info.duration, static_cast<int>(duration_ms));
     if (kind == audio_track)
         m_movie.info.have_audio = 1;
@@ -291,17 +297,20 @@ void TrackParser::describe(int kind) const
             std::min<uint64_t>((uint64_t{track.count} * 1000 + duration_ms / 2) / duration_ms, 1000));
 }
 
-bool is_recording_start(Source& source, uint64_t pos)
-{
-    const uint8_t* header = source.at(pos, 8);
-    if (!header)
-        return false;
-    uint32_t size = be32(header);
-    uint32_t type = be32(header + 4);
-    return (type == fourcc("free") && size == hiding_header_bytes) || (type == fourcc("mdat") && size == 1);
-}
-
 } // namespace
+
+bool parse_info(Source& source, const Box& box, ParsedMovie& movie)
+{
+    Fields fields(source, behind_uuid(box));
+    uint32_t version = fields.u32();
+    movie.recording = true;
+    movie.complete = fields.u32() == 1;
+    for (auto field : info_fields)
+        movie.info.*field = static_cast<int>(fields.u32());
+    movie.info.duration = std::max(movie.info.duration, 0);
+    movie.tables.tracks[audio_track].start_time = fields.u64();
+    return version == layout_version && fields.ok();
+}
 
 bool parse_moov(Source& source, const Box& moov, bool info_only, ParsedMovie& movie)
 {
@@ -312,27 +321,23 @@ bool parse_moov(Source& source, const Box& moov, bool info_only, ParsedMovie& mo
         if (is_uuid(source, info, info_uuid) && !parse_info(source, info, movie))
             return false;
     }
-    if (movie.complete && info_only)
+    // Whatever the first one says of itself, the last one never lies there.
+    movie.complete = movie.complete && moov.begin != first_moov_begin;
+    if (movie.recording && (info_only || !movie.complete))
         return true;
     bool sound = each_box(source, moov.begin, moov.end, [&](const Box& box) {
+        TableRoom room(max_table_bytes - movie.tables.bytes(), info_only);
+        bool read = true;
         if (box.type == fourcc("trak"))
-            return TrackParser(source, movie).parse(box);
-        return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, movie.tables.exact);
+            read = TrackParser(source, room, movie).parse(box);
+        else if (is_uuid(source, box, exact_uuid))
+            read = parse_exact(source, box, room, movie.tables.exact);
+        movie.refused = movie.refused || room.exceeded();
+        return read;
     });
-    movie.complete = movie.complete || !movie.recording;
+    movie.complete = true;
     movie.adts = movie.tables.exact.first_header();
-    return sound && (!movie.complete || movie.tables.count() > 0);
-}
-
-bool find_recording(Source& source, Box& moov)
-{
-    uint64_t pos = 0;
-    Box ftyp;
-    if (!next_box(source, pos, source.size(), ftyp) || ftyp.type != fourcc("ftyp") || pos != ftyp_bytes ||
-        !is_recording_start(source, pos))
-        return false;
-    pos += hiding_header_bytes;
-    return next_box(source, pos, source.size(), moov) && moov.type == fourcc("moov");
+    return sound && movie.tables.count() > 0;
 }
 
 } // namespace ifs_mp4

@@ -12,6 +12,7 @@
 #include "container/failure.h"
 #include "container/fragments.h"
 #include "container/layout.h"
+#include "container/limits.h"
 
 namespace ifs_mp4
 {
@@ -71,16 +72,56 @@ private:
     size_t m_length_bytes;
 };
 
-/** Finish a file that was interrupted. It has bytes that no frame is in, and may have space behind its end.
- */
-void finish(int fd, const char* path, Movie& movie, uint64_t file_end)
+/** The decoder configuration of the parameter sets in a video sample of ours; empty: they are not in it. */
+Bytes config_of(Source& source, uint64_t pos, uint64_t end)
 {
-    // The kernel would append behind that space and find the cluster chain and the size at odds.
-    if (ftruncate(fd, static_cast<off_t>(file_end)) != 0)
-        return;
-    if (reserve_space(fd, file_end + moov_bound(movie.tables, 0)))
-        sync_folder(folder_of(path));
-    finish_file(fd, movie, file_end);
+    constexpr size_t max_sets_bytes = 65536;
+    Bytes sets;
+    std::vector<Nal> nals;
+    while (end - pos > sizeof start_code) {
+        const uint8_t* header = source.at(pos, sizeof start_code + 1);
+        uint64_t size = header ? be32(header) : 0;
+        pos += sizeof start_code;
+        if (size == 0 || size > end - pos)
+            break;
+        int type = header[sizeof start_code] & 31;
+        if (type == nal_sps || type == nal_pps) {
+            if (size > max_sets_bytes - sets.size())
+                break;
+            nals.push_back({sets.size(), static_cast<size_t>(size), type});
+            sets.resize(sets.size() + static_cast<size_t>(size));
+            if (!source.read(pos, &sets[nals.back().begin], nals.back().size))
+                break;
+        }
+        pos += size;
+    }
+    return build_avc_config(Pieces(sets.data(), sets.size(), nullptr, 0), nals);
+}
+
+/** What the head of a recording repeats of the parameter sets. @param end  of the head */
+Bytes config_in_head(Source& source, uint64_t end)
+{
+    for (uint64_t pos = first_moov_begin; pos < end; ++pos) {
+        const uint8_t* header = source.at(pos, 8);
+        Box avcc;
+        if (!header || be32(header + 4) != fourcc("avcC") || !next_box(source, pos, end, avcc))
+            continue;
+        Bytes config(static_cast<size_t>(avcc.size()));
+        return source.read(avcc.begin, config.data(), config.size()) ? config : Bytes();
+    }
+    return {};
+}
+
+/** Write the first box of a file anew where it is damaged. @return false: it is and cannot be written */
+bool mend_ftyp(int fd, Source& source, const Movie& movie)
+{
+    Box ftyp;
+    uint64_t pos = 0;
+    if (next_box(source, pos, source.size(), ftyp) && ftyp.type == fourcc("ftyp") && pos == ftyp_bytes)
+        return true;
+    Bytes start;
+    put_file_start(start, movie);
+    return write_at(fd, start.data(), ftyp_bytes, 0);
 }
 
 } // namespace
@@ -97,11 +138,11 @@ std::unique_ptr<Reader> Reader::open(const char* path, bool info_only)
     try {
         if (reader->load(path))
             return reader;
-        failed = reader->m_source.failed();
-        error = failed ? reader->m_source.error() : EBADMSG;
+        failed = reader->m_source.failed() || reader->m_movie.refused;
+        error = reader->m_source.failed() ? reader->m_source.error() : failed ? ENOTSUP : EBADMSG;
     } catch (const std::bad_alloc&) {
     }
-    // What was not seen whole must not be taken for damaged.
+    // What was not seen whole, or is not for this reader, must not be taken for damaged.
     if (!info_only || !failed) {
         reader.reset();
         errno = error;
@@ -132,11 +173,20 @@ bool Reader::load(const char* path)
     return true;
 }
 
+bool Reader::load_complete()
+{
+    constexpr uint64_t moov_header_bytes = 8;
+    Box moov;
+    if (!find_box(m_source, 0, m_source.size(), fourcc("moov"), moov))
+        return false;
+    m_tables_begin = moov.begin - moov_header_bytes;
+    return parse_moov(m_source, moov, m_info_only, m_movie) && m_movie.complete;
+}
+
 /** Find the frames of a recording that was not finished, and finish it if nobody else is about to. */
 bool Reader::recover(const char* path)
 {
-    Box moov;
-    if (!load_recording(moov))
+    if (!find_recording(m_source, m_movie, m_walk))
         return false;
     Fd writer(::open(path, O_RDWR | O_CLOEXEC));
     bool alone = writer && flock(writer.get(), LOCK_EX | LOCK_NB) == 0;
@@ -148,29 +198,33 @@ bool Reader::recover(const char* path)
         return true;
     uint64_t file_end = m_source.size();
     m_source.limit(m_source.readable_end());
-    if (!load_fragments() || (!m_live && drop_damaged_end() && !load_fragments()))
+    if (!load_fragments(Take::description) ||
+        (!m_live && drop_damaged_end() && !load_fragments(Take::description)))
         return false;
-    // What cannot be read now may well be readable later: the file then stays as it is.
-    if (alone && m_fragments > 0 && !m_source.failed())
-        finish(writer.get(), path, m_movie, file_end);
-    return m_fragments > 0;
-}
-
-/** Take in what the file holds between its first moov and the first damage. */
-bool Reader::load_fragments()
-{
-    Box moov;
-    if (!load_recording(moov))
-        return false;
-    m_walk_pos = moov.end;
-    m_fragments = 0;
-    walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
-    if (m_fragments == 0 && !m_live && salvage_fragment(m_source, m_movie, m_walk_pos))
-        m_fragments = 1;
+    bool collected = (!m_info_only || alone) && collect_tables();
     if (!m_live)
         m_movie.tables.begin_at_zero();
     m_movie.info.duration = m_movie.duration_ms();
+    if (!collected)
+        return m_info_only;
+    // What cannot be read now may well be readable later: the file then stays as it is.
+    if (alone && !m_source.failed())
+        finish(writer.get(), path, file_end);
     return true;
+}
+
+/** Take in what the file holds between its head and the first damage. @return false: no frames */
+bool Reader::load_fragments(Take take)
+{
+    auto sizes = m_movie.tables.list_sizes();
+    uint64_t samples = m_movie.tables.count();
+    if (!find_recording(m_source, m_movie, m_walk))
+        return false;
+    if (take == Take::tables)
+        m_movie.tables.reserve(sizes, samples);
+    m_walk.torn_too = !m_live;
+    walk_fragments(m_source, take, m_movie, m_walk);
+    return m_walk.count > 0;
 }
 
 /**
@@ -180,47 +234,41 @@ bool Reader::load_fragments()
 bool Reader::drop_damaged_end()
 {
     constexpr uint64_t unsynced_ms = 6000;
+    uint64_t last_ms = m_movie.tables.tracks[video_track].last_time;
+    FragmentWalk walk = m_walk;
+    walk.pos = walk.begin;
+    walk.count = 0;
+    uint64_t offset = 0;
+    if (!find_unsound(m_source, walk, last_ms - std::min(last_ms, unsynced_ms), offset))
+        return false;
+    m_source.limit(offset);
+    return true;
+}
+
+/** Take in the tables of what was described so far. @return false: they are too large */
+bool Reader::collect_tables()
+{
+    uint64_t most = m_info_only ? max_probe_table_bytes : max_table_bytes;
+    m_movie.refused = m_movie.refused || m_movie.tables.bytes() > most;
+    return !m_movie.refused && load_fragments(Take::tables);
+}
+
+/** Finish the file. It has bytes that no frame is in, and may have space behind its end. */
+void Reader::finish(int fd, const char* path, uint64_t file_end)
+{
     const Track& video = m_movie.tables.tracks[video_track];
-    TrackCursor cursor(video, m_movie.tables.exact.anchors[video_track]);
-    for (; !cursor.at_end(); cursor.next()) {
-        if (cursor.decode_time_ms() + unsynced_ms >= video.last_time && !is_sound(cursor)) {
-            m_source.limit(cursor.offset());
-            return true;
-        }
-    }
-    return false;
-}
-
-/** Whether the NAL units of a video sample of our own fill it. */
-bool Reader::is_sound(const TrackCursor& video)
-{
-    uint64_t end = video.offset() + video.size();
-    uint64_t pos = video.offset();
-    while (end - pos > sizeof start_code) {
-        const uint8_t* length = m_source.at(pos, sizeof start_code);
-        if (!length || be32(length) == 0 || be32(length) > end - pos - sizeof start_code)
-            return false;
-        pos += sizeof start_code + be32(length);
-    }
-    return pos == end;
-}
-
-bool Reader::load_complete()
-{
-    constexpr uint64_t moov_header_bytes = 8;
-    Box moov;
-    if (!find_box(m_source, 0, m_source.size(), fourcc("moov"), moov))
-        return false;
-    m_tables_begin = moov.begin - moov_header_bytes;
-    return parse_moov(m_source, moov, m_info_only, m_movie) && m_movie.complete;
-}
-
-bool Reader::load_recording(Box& moov)
-{
-    if (!find_recording(m_source, moov) || !parse_moov(m_source, moov, false, m_movie))
-        return false;
-    m_movie.tables = {}; // it has no samples in front of its fragments
-    return m_movie.recording;
+    if (video.count > 0)
+        m_movie.avc_config =
+            config_of(m_source, video.chunks[0].offset, video.chunks[0].offset + video.sizes[0]);
+    if (m_movie.avc_config.empty())
+        m_movie.avc_config = config_in_head(m_source, m_walk.begin);
+    // The kernel would append behind that space and find the cluster chain and the size at odds.
+    if (m_movie.avc_config.empty() || ftruncate(fd, static_cast<off_t>(file_end)) != 0 ||
+        !mend_ftyp(fd, m_source, m_movie))
+        return;
+    if (reserve_space(fd, file_end + moov_bound(m_movie.tables, 0)))
+        sync_folder(folder_of(path));
+    finish_file(fd, m_movie, file_end);
 }
 
 void Reader::describe()
@@ -230,7 +278,6 @@ void Reader::describe()
     if (track < 0)
         return;
     m_first_time = m_cursors[track].show_time_ms();
-    m_own_video = m_movie.recording && m_movie.nal_length_bytes() == sizeof start_code;
     if (m_movie.recording)
         return;
     m_movie.info.firstpts = static_cast<int>(m_cursors[track].timestamp_ms());
@@ -351,13 +398,13 @@ bool Reader::restore_sizes(int track)
 /** Take in the fragments that were recorded since the last time. @return false: none */
 bool Reader::grow()
 {
-    uint32_t known = m_fragments;
+    uint32_t known = m_walk.count;
     if (!m_live || !m_source.refresh())
         return false;
     size_t frame = m_frame;
     uint32_t samples[track_count] = {m_cursors[video_track].sample(), m_cursors[audio_track].sample()};
-    walk_fragments(m_source, m_movie, m_walk_pos, m_fragments);
-    if (m_fragments == known)
+    walk_fragments(m_source, Take::tables, m_movie, m_walk);
+    if (m_walk.count == known)
         return false;
     rewind();
     m_frame = frame;
@@ -407,7 +454,7 @@ bool Reader::load_sample(const TrackCursor& cursor)
 /** @return length in buf, 0: the sample is damaged, -1 (errno): it cannot be read, or buf is too small */
 int Reader::read_video(const TrackCursor& cursor, char* buf, size_t capacity)
 {
-    if (m_own_video)
+    if (m_movie.recording)
         return read_own_video(cursor, reinterpret_cast<uint8_t*>(buf));
     if (!load_sample(cursor))
         return -1;

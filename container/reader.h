@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "container/file.h"
+#include "container/fragments.h"
 #include "container/parse.h"
 #include "container/tables.h"
 
@@ -37,11 +38,11 @@ private:
     Reader(Fd fd, bool info_only);
     bool load(const char* path);
     bool recover(const char* path);
-    bool load_fragments();
-    bool drop_damaged_end();
-    bool is_sound(const TrackCursor& video);
     bool load_complete();
-    bool load_recording(Box& moov);
+    bool load_fragments(Take take);
+    bool drop_damaged_end();
+    bool collect_tables();
+    void finish(int fd, const char* path, uint64_t file_end);
     void describe();
     void rewind();
     int next_track() const;
@@ -62,11 +63,9 @@ private:
     bool m_info_only;
     Source m_source;
     ParsedMovie m_movie;
-    Bytes m_parameter_sets;   /**< Annex B, for key frames that come without */
-    bool m_own_video = false; /**< lengths of NAL units are as long as start codes */
-    bool m_live = false;      /**< somebody records into the file */
-    uint64_t m_walk_pos = 0;
-    uint32_t m_fragments = 0;
+    Bytes m_parameter_sets; /**< Annex B, for key frames that come without */
+    bool m_live = false;    /**< somebody records into the file */
+    FragmentWalk m_walk;
 
     TrackCursor m_cursors[track_count];
     size_t m_frame = 0;

@@ -25,6 +25,22 @@ void append_headers(std::vector<AdtsRun>& to, const std::vector<AdtsRun>& from, 
     }
 }
 
+/** Hand each list of some tables but the order of writing, which is the last one, to a function. */
+template <class AnyTables, class Function>
+void each_list(AnyTables& tables, Function function)
+{
+    for (auto& track : tables.tracks) {
+        function(track.sizes);
+        function(track.durations);
+        function(track.show_offsets);
+        function(track.keys);
+        function(track.chunks);
+    }
+    for (auto& anchors : tables.exact.anchors)
+        function(anchors);
+    function(tables.exact.headers);
+}
+
 /** Drop what begins with a sample that is not there. */
 template <class Entry>
 void keep_entries(std::vector<Entry>& entries, size_t samples)
@@ -159,8 +175,47 @@ void Tables::reserve()
     exact.order.make_room(2 * samples);
 }
 
+std::array<size_t, Tables::list_count> Tables::list_sizes() const
+{
+    std::array<size_t, list_count> sizes = thinned;
+    auto size = sizes.begin();
+    each_list(*this, [&](const auto& list) { *size++ += list.size(); });
+    *size += exact.order.size();
+    return sizes;
+}
+
+uint64_t Tables::bytes() const
+{
+    const std::array<size_t, list_count> sizes = list_sizes();
+    uint64_t total = sizes.back() / 8;
+    auto size = sizes.begin();
+    each_list(*this, [&](const auto& list) { total += uint64_t{*size++} * sizeof list[0]; });
+    return total;
+}
+
+void Tables::thin_out()
+{
+    thinned = list_sizes();
+    auto size = thinned.begin();
+    each_list(*this, [&](auto& list) {
+        list.erase(list.begin(), list.end() - (list.empty() ? 0 : 1));
+        *size++ -= list.size();
+    });
+    exact.order.clear();
+}
+
+void Tables::reserve(const std::array<size_t, list_count>& sizes, uint64_t samples)
+{
+    auto size = sizes.begin();
+    each_list(*this, [&](auto& list) { list.reserve(*size++); });
+    exact.order.make_room(*size);
+    reserved_samples = samples;
+}
+
 void Tables::make_room(const Fragment& fragment)
 {
+    if (count() + fragment.count() <= reserved_samples)
+        return;
     for (int i = 0; i < track_count; ++i) {
         size_t more = fragment.samples[i].size();
         make_room_in(tracks[i].sizes, more);

@@ -3,6 +3,7 @@
 #define CONTAINER_TABLES_H
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <vector>
@@ -84,6 +85,7 @@ struct Fragment {
     bool empty() const { return samples[video_track].empty() && samples[audio_track].empty(); }
     size_t count() const { return samples[video_track].size() + samples[audio_track].size(); }
     uint64_t payload_size(int track) const;
+    uint64_t payload_size() const { return payload_size(video_track) + payload_size(audio_track); }
     /** Drop all but the first samples of each track. */
     void keep(const size_t (&samples_of)[track_count]);
     void clear();
@@ -127,12 +129,24 @@ struct Track {
 
 /** All samples of a file. */
 struct Tables {
+    static constexpr size_t list_count = 5 * track_count + track_count + 2;
+
     Track tracks[track_count];
     ExactTables exact;
+    std::array<size_t, list_count> thinned{}; /**< entries that thin_out() dropped of each list */
+    uint64_t reserved_samples = 0;            /**< that there is memory for */
 
     uint64_t count() const { return uint64_t{tracks[video_track].count} + tracks[audio_track].count; }
     /** Get the memory that a recording of some minutes needs. */
     void reserve();
+    /** How long each list is, in an order of its own, what thin_out() dropped included. */
+    std::array<size_t, list_count> list_sizes() const;
+    /** Bytes that the lists take, what thin_out() dropped included. */
+    uint64_t bytes() const;
+    /** Keep of the lists only what append() looks at. */
+    void thin_out();
+    /** Get the memory for lists of these sizes and that many samples, no more. */
+    void reserve(const std::array<size_t, list_count>& sizes, uint64_t samples);
     /** Get the memory that append() needs for a fragment; after it append() cannot fail. */
     void make_room(const Fragment& fragment);
     /** Let times count from the first picture, as a file with all samples in its moov has it. */

@@ -38,9 +38,10 @@ typedef enum SAMPLE_RATE_INDEX_E {
 enum {
     KT_MP4_READ = 1,   /**< play an existing file from its first frame */
     KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
-    /** Open an existing file for kt_mp4_getinfo() only; reads no payload of a finished one. A file that is
-       there and cannot be read at the moment (an I/O error, no free descriptor) opens with a description that
-       is all 0: who then drops what is no recording keeps it. */
+    /** Open an existing file for kt_mp4_getinfo() only, in at most 1 MiB of memory; reads no payload of a
+       finished one. A file that is there and cannot be read at the moment (an I/O error, no free descriptor),
+       or not by this version, opens with a description that is all 0: who then drops what is no recording
+       keeps it. */
     KT_MP4_PROBE = 4
 };
 
@@ -74,9 +75,9 @@ typedef struct kt_mfile_info_t {
  *
  * A recording that was interrupted opens with all that reached the file whole, of a torn first fragment its
  * whole frames. If the file can be read to its end and written and nobody records into it, it is turned into
- * a finished one on the way; nothing in it is overwritten. A file that is being recorded opens with what was
- * flushed; reading on at its end takes in what was flushed later. A file of 0 bytes opens as a recording
- * without frames, all of its description 0.
+ * a finished one on the way; no frame in it is overwritten. KT_MP4_PROBE leaves a long one to KT_MP4_READ.
+ * A file that is being recorded opens with what was flushed; reading on at its end takes in what was flushed
+ * later. A file of 0 bytes opens as a recording without frames, all of its description 0.
  *
  * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
  * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.
@@ -89,7 +90,8 @@ typedef struct kt_mfile_info_t {
  * @param have_audio  0: no audio frame will be accepted
  * @param reserved1,reserved2  320 and 0; ignored
  * @return a handle that kt_mp4_close() releases, or NULL: the path exists (EEXIST, create) or does not
- *         (ENOENT), it is no MP4 file or too damaged (EBADMSG), a null path or an unknown mode (EINVAL)
+ *         (ENOENT), it is no MP4 file or too damaged (EBADMSG), of another version or too large to be played
+ *         (ENOTSUP), a null path or an unknown mode (EINVAL)
  */
 void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_profile,
                   int audio_sample_rate_index, int audio_channel_conf, int mode, int have_audio,

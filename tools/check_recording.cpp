@@ -8,6 +8,7 @@
 
 #include "container/fragments.h"
 #include "container/layout.h"
+#include "container/limits.h"
 #include "container/parse.h"
 
 namespace
@@ -200,16 +201,15 @@ bool load_finished(Source& source, bool info_only, ParsedMovie& movie)
 /** Collect the fragments of a recording. @return where the last that plays ends, 0 without one */
 uint64_t load_fragments(Source& source, ParsedMovie& movie)
 {
-    Box moov;
-    if (!find_recording(source, moov) || !parse_moov(source, moov, false, movie) || !movie.recording)
-        return 0;
-    uint64_t pos = moov.end;
-    uint32_t count = 0;
-    walk_fragments(source, movie, pos, count);
-    if (count == 0)
-        pos = salvage_fragment(source, movie, pos) ? source.size() : 0;
+    ifs_mp4::FragmentWalk walk;
+    for (ifs_mp4::Take take : {ifs_mp4::Take::description, ifs_mp4::Take::tables}) {
+        if (movie.tables.bytes() > ifs_mp4::max_table_bytes || !find_recording(source, movie, walk))
+            return 0;
+        walk.torn_too = true;
+        walk_fragments(source, take, movie, walk);
+    }
     movie.info.duration = movie.duration_ms();
-    return pos;
+    return walk.count > 0 ? walk.pos : 0;
 }
 
 /** What lies behind the last whole fragment. */

@@ -20,6 +20,7 @@ constexpr Reason reasons[] = {
     {EILSEQ, "a frame is no H.264 or AAC; leave that time out"},
     {EMSGSIZE, "a frame in it is larger than 8 MiB; leave that time out"},
     {EFBIG, "it would pass what one file can hold; take a shorter time"},
+    {ENOTSUP, "it is of another version, or larger than this one reads; use a newer ifsctl"},
     {ENOSPC, "no room is left; make room or choose another folder"},
 };
 

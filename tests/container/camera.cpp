@@ -134,7 +134,7 @@ Folder::~Folder()
     run("rm -r " + m_path);
 }
 
-Mp4::Mp4(const std::string& path, int mode, bool audio, int width, int height) : m_buf(4 << 20, 0)
+Mp4::Mp4(const std::string& path, int mode, bool audio, int width, int height)
 {
     bool create = mode == KT_MP4_CREATE;
     std::string copy = path;
@@ -159,9 +159,9 @@ int Mp4::write(const Frames& frames)
 
 int Mp4::read(Frame& frame)
 {
-    int length =
-        kt_mp4_read(m_handle, &frame.kind, &m_buf[0], static_cast<int>(m_buf.size()), &frame.timestamp);
-    frame.bytes = m_buf.substr(0, static_cast<size_t>(std::max(length, 0)));
+    thread_local std::string buf(4 << 20, 0);
+    int length = kt_mp4_read(m_handle, &frame.kind, &buf[0], static_cast<int>(buf.size()), &frame.timestamp);
+    frame.bytes = buf.substr(0, static_cast<size_t>(std::max(length, 0)));
     return length;
 }
 

@@ -71,7 +71,6 @@ public:
 
 private:
     void* m_handle;
-    std::string m_buf;
 };
 
 /** What a call reported: its errno, 0 when it did not fail. */
