@@ -45,12 +45,13 @@ protected:
         /** Leave the locks to someone else to release. */                                                   \
         void Hand_over() RELEASE() { m_locks = 0; }                                                          \
     };
-IFS_HELD_LOCKS(Held_interface, LOCK_INTERFACE, gInterface_lock)
-IFS_HELD_LOCKS(Held_write, LOCK_WRITE, gWrite_lock)
-IFS_HELD_LOCKS(Held_read, LOCK_READ, gRead_lock)
-IFS_HELD_LOCKS(Held_interface_write, LOCK_INTERFACE | LOCK_WRITE, gInterface_lock, gWrite_lock)
-IFS_HELD_LOCKS(Held_interface_read, LOCK_INTERFACE | LOCK_READ, gInterface_lock, gRead_lock)
-IFS_HELD_LOCKS(Held_all, LOCK_INTERFACE | LOCK_WRITE | LOCK_READ, gInterface_lock, gWrite_lock, gRead_lock)
+IFS_HELD_LOCKS(Held_interface, LOCK_INTERFACE, gIfs_interface_lock)
+IFS_HELD_LOCKS(Held_write, LOCK_WRITE, gIfs_write_lock)
+IFS_HELD_LOCKS(Held_read, LOCK_READ, gIfs_read_lock)
+IFS_HELD_LOCKS(Held_interface_write, LOCK_INTERFACE | LOCK_WRITE, gIfs_interface_lock, gIfs_write_lock)
+IFS_HELD_LOCKS(Held_interface_read, LOCK_INTERFACE | LOCK_READ, gIfs_interface_lock, gIfs_read_lock)
+IFS_HELD_LOCKS(Held_all, LOCK_INTERFACE | LOCK_WRITE | LOCK_READ, gIfs_interface_lock, gIfs_write_lock,
+               gIfs_read_lock)
 
 /**
  * Do with a store operation what use says: "return", or "result =". When memory runs out its result is -1, as

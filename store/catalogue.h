@@ -24,21 +24,22 @@ public:
     Catalogue();
 
     /** Move the one element of entry to its place. Takes no memory that it cannot do without. */
-    void Add(_ifs_stream_type_ stream, Rec_file_list& entry) REQUIRES(gInterface_lock) EXCLUDES(m_guard);
-    void Remove(_ifs_stream_type_ stream, Rec_file_list::iterator position) REQUIRES(gInterface_lock)
+    void Add(_ifs_stream_type_ stream, Rec_file_list& entry) REQUIRES(gIfs_interface_lock) EXCLUDES(m_guard);
+    void Remove(_ifs_stream_type_ stream, Rec_file_list::iterator position) REQUIRES(gIfs_interface_lock)
         EXCLUDES(m_guard);
     /** Sort a list and put it in place of the stream's. */
-    void Replace(_ifs_stream_type_ stream, Rec_file_list list) REQUIRES(gInterface_lock) EXCLUDES(m_guard);
-    void Clear() REQUIRES(gInterface_lock) EXCLUDES(m_guard);
+    void Replace(_ifs_stream_type_ stream, Rec_file_list list) REQUIRES(gIfs_interface_lock)
+        EXCLUDES(m_guard);
+    void Clear() REQUIRES(gIfs_interface_lock) EXCLUDES(m_guard);
 
     /** All lists, to be read only. */
-    Rec_file_list_table& Lists() REQUIRES(gInterface_lock);
-    size_t Count(_ifs_stream_type_ stream) REQUIRES(gInterface_lock);
+    Rec_file_list_table& Lists() REQUIRES(gIfs_interface_lock);
+    size_t Count(_ifs_stream_type_ stream) REQUIRES(gIfs_interface_lock);
 
     /* Visit recordings of a stream in order, until visit answers false. */
     /** All of them; those that end before t may be left out. */
     template <typename Visit>
-    void Walk_ends_from(_ifs_stream_type_ stream, const tm& t, Visit visit) REQUIRES(gInterface_lock)
+    void Walk_ends_from(_ifs_stream_type_ stream, const tm& t, Visit visit) REQUIRES(gIfs_interface_lock)
     {
         May_read();
         if (Rec_file_list* const list = Find_list(stream)) {
@@ -47,7 +48,7 @@ public:
     }
     /** Those that do not start before t. */
     template <typename Visit>
-    void Walk_starts_from(_ifs_stream_type_ stream, const tm& t, Visit visit) REQUIRES(gInterface_lock)
+    void Walk_starts_from(_ifs_stream_type_ stream, const tm& t, Visit visit) REQUIRES(gIfs_interface_lock)
     {
         May_read();
         if (Rec_file_list* const list = Find_list(stream)) {
@@ -61,7 +62,7 @@ public:
 
 private:
     /** Who holds the interface lock may read: nobody else changes anything. */
-    void May_read() const REQUIRES(gInterface_lock) ASSERT_SHARED(m_guard) {}
+    void May_read() const REQUIRES(gIfs_interface_lock) ASSERT_SHARED(m_guard) {}
 
     /** @return the stream's list, or null for a value that is no stream */
     Rec_file_list* Find_list(_ifs_stream_type_ stream) REQUIRES_SHARED(m_guard);

@@ -50,114 +50,117 @@ public:
 
     /* lifecycle.cpp */
     /** Mount the first partition of the whole-disk device dev on dir. */
-    int Ifs_mount(const char* dev, const char* dir) REQUIRES(gInterface_lock);
-    int Ifs_umount() REQUIRES(gInterface_lock);
+    int Ifs_mount(const char* dev, const char* dir) REQUIRES(gIfs_interface_lock);
+    int Ifs_umount() REQUIRES(gIfs_interface_lock);
     /** Format the card; refused while mounted. */
-    int Ifs_format() REQUIRES(gInterface_lock);
+    int Ifs_format() REQUIRES(gIfs_interface_lock);
     /** Total and free bytes of the mounted file system; either pointer may be null. */
     int Ifs_get_fs_size(unsigned long long* total, unsigned long long* free);
-    int Ifs_get_file_number(unsigned long* main_number, unsigned long* sub_number) REQUIRES(gInterface_lock);
+    int Ifs_get_file_number(unsigned long* main_number, unsigned long* sub_number)
+        REQUIRES(gIfs_interface_lock);
 
     /* index_file.cpp */
     /** Build the path of a stream's index file. */
-    int Ifs_get_index_fn(_ifs_stream_type_ stream, std::string& fn) REQUIRES(gInterface_lock);
-    int Ifs_append_index_file(_ifs_stream_type_ stream, _ifs_rec_file_* rec) REQUIRES(gInterface_lock);
+    int Ifs_get_index_fn(_ifs_stream_type_ stream, std::string& fn) REQUIRES(gIfs_interface_lock);
+    int Ifs_append_index_file(_ifs_stream_type_ stream, _ifs_rec_file_* rec) REQUIRES(gIfs_interface_lock);
     /** Replace the index file by one that holds list; without entries it is removed and the result is -1. */
-    int Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_list& list) REQUIRES(gInterface_lock);
+    int Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_list& list) REQUIRES(gIfs_interface_lock);
     /** Read the index file into list, sorted; one that is missing or damaged anywhere gives none. @return 0
      */
-    int Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list& list) REQUIRES(gInterface_lock);
+    int Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list& list) REQUIRES(gIfs_interface_lock);
 
     /* rebuild.cpp */
     /** Recreate the catalogue from the card's directory and the index files. */
-    int Ifs_build_rec_file_list() REQUIRES(gInterface_lock);
+    int Ifs_build_rec_file_list() REQUIRES(gIfs_interface_lock);
     _scan_dir_operation_ Scan_record_file(const char* dir, const char* name, void* user)
-        REQUIRES(gInterface_lock);
+        REQUIRES(gIfs_interface_lock);
 
     /* recording.cpp */
     int Ifs_create(tm* start, int video_system, int video_res, int width, int height, int frame_rate,
                    int audio_profile, SAMPLE_RATE_INDEX_E sample_rate_index, int audio_channel_conf,
-                   int have_audio, _ifs_stream_type_ stream_type) REQUIRES(gInterface_lock, gWrite_lock);
+                   int have_audio, _ifs_stream_type_ stream_type)
+        REQUIRES(gIfs_interface_lock, gIfs_write_lock);
     int Ifs_write(int fd, char* data1, int len1, char* data2, int len2, _ifs_frame_type_ type,
-                  unsigned long long pts) REQUIRES(gWrite_lock);
+                  unsigned long long pts) REQUIRES(gIfs_write_lock);
     /** Close a recording or a playback. @return 0 */
-    int Ifs_close(int fd, tm* end) REQUIRES(gInterface_lock, gWrite_lock, gRead_lock);
+    int Ifs_close(int fd, tm* end) REQUIRES(gIfs_interface_lock, gIfs_write_lock, gIfs_read_lock);
 
     /* playback.cpp */
-    int Ifs_open(tm* t, _ifs_stream_type_ stream) REQUIRES(gInterface_lock, gRead_lock);
-    int Ifs_open(char* name) REQUIRES(gInterface_lock, gRead_lock);
-    int Ifs_open(_ifs_rec_file_* rec) REQUIRES(gInterface_lock, gRead_lock);
+    int Ifs_open(tm* t, _ifs_stream_type_ stream) REQUIRES(gIfs_interface_lock, gIfs_read_lock);
+    int Ifs_open(char* name) REQUIRES(gIfs_interface_lock, gIfs_read_lock);
+    int Ifs_open(_ifs_rec_file_* rec) REQUIRES(gIfs_interface_lock, gIfs_read_lock);
     /** Find the recording that starts at t or, with nearest, the nearest one that started on that day. */
     int Ifs_find_record_file(tm* t, _ifs_stream_type_ stream, bool nearest, _rec_file_info_* out)
-        REQUIRES(gInterface_lock);
-    int Ifs_stat(int fd, _ifs_rec_file_* rec) REQUIRES(gRead_lock);
+        REQUIRES(gIfs_interface_lock);
+    int Ifs_stat(int fd, _ifs_rec_file_* rec) REQUIRES(gIfs_read_lock);
     int Ifs_read(int fd, char* buf, int size, int* payload_offset, int* payload_len, int* frame_offset,
-                 int* frame_len, _ifs_frame_type_* frame_type, int* time) REQUIRES(gRead_lock);
-    int Ifs_read(int fd, char* buf, int size) REQUIRES(gRead_lock);
-    int Ifs_seek(int fd, long offset, int whence) REQUIRES(gRead_lock);
-    int Ifs_tseek(int fd, unsigned int t) REQUIRES(gRead_lock);
+                 int* frame_len, _ifs_frame_type_* frame_type, int* time) REQUIRES(gIfs_read_lock);
+    int Ifs_read(int fd, char* buf, int size) REQUIRES(gIfs_read_lock);
+    int Ifs_seek(int fd, long offset, int whence) REQUIRES(gIfs_read_lock);
+    int Ifs_tseek(int fd, unsigned int t) REQUIRES(gIfs_read_lock);
     int Ifs_get_file_name(_ifs_rec_file_* rec, char* path);
-    int Ifs_get_file_name(tm* t, _ifs_stream_type_ stream, char* path) REQUIRES(gRead_lock);
+    int Ifs_get_file_name(tm* t, _ifs_stream_type_ stream, char* path) REQUIRES(gIfs_read_lock);
 
     /* overlap.cpp */
     /** Delete the earliest-starting recording that is not being played, if there is one. @return 0 */
-    int Ifs_overlap() REQUIRES(gInterface_lock);
+    int Ifs_overlap() REQUIRES(gIfs_interface_lock);
     /** Find the open file that holds a catalogue entry. @return its handle, or -1 */
     int Ifs_find_record_file(File_table& table, Rec_file_list::iterator& entry, _ifs_stream_type_ stream)
-        REQUIRES(gInterface_lock);
+        REQUIRES(gIfs_interface_lock);
 
     /* search.cpp */
-    int Ifs_find_open(tm* start, tm* end, _ifs_stream_type_ stream) REQUIRES(gInterface_lock);
+    int Ifs_find_open(tm* start, tm* end, _ifs_stream_type_ stream) REQUIRES(gIfs_interface_lock);
     /** @return 0 */
-    int Ifs_find_close(int handle) REQUIRES(gInterface_lock);
-    int Ifs_find_get_count(int handle) REQUIRES(gInterface_lock);
-    int Ifs_find_next(int handle, int count, _ifs_rec_file_* out) REQUIRES(gInterface_lock);
+    int Ifs_find_close(int handle) REQUIRES(gIfs_interface_lock);
+    int Ifs_find_get_count(int handle) REQUIRES(gIfs_interface_lock);
+    int Ifs_find_next(int handle, int count, _ifs_rec_file_* out) REQUIRES(gIfs_interface_lock);
     int Ifs_get_rec_calendar(tm* start, tm* end, _ifs_stream_type_ stream, unsigned char* days)
-        REQUIRES(gInterface_lock);
+        REQUIRES(gIfs_interface_lock);
     /** @return 0, IFS_CATALOGUE_EMPTY or IFS_NOT_MOUNTED */
-    int Ifs_get_latest_rec_time(tm* latest) REQUIRES(gInterface_lock);
+    int Ifs_get_latest_rec_time(tm* latest) REQUIRES(gIfs_interface_lock);
     /** Describe a listed recording as it is now. @return its state, IFS_STILL_WRITTEN to IFS_FILE_UNREADABLE
      */
     int Ifs_get_recording_file_info(Rec_file_list::iterator& it, _ifs_rec_file_* out)
-        REQUIRES(gInterface_lock);
+        REQUIRES(gIfs_interface_lock);
 
 private:
     /** Who holds the interface lock may read the mount point: nobody else changes it. */
-    void May_read() const REQUIRES(gInterface_lock) ASSERT_SHARED(m_mount_guard) {}
-    const char* Mount_dir() REQUIRES(gInterface_lock);
-    bool Is_mounted() REQUIRES(gInterface_lock) { return *Mount_dir() != '\0'; }
-    void Set_mount_point(std::string dir) REQUIRES(gInterface_lock);
+    void May_read() const REQUIRES(gIfs_interface_lock) ASSERT_SHARED(m_mount_guard) {}
+    const char* Mount_dir() REQUIRES(gIfs_interface_lock);
+    bool Is_mounted() REQUIRES(gIfs_interface_lock) { return *Mount_dir() != '\0'; }
+    void Set_mount_point(std::string dir) REQUIRES(gIfs_interface_lock);
     /** Whatever locks are held. @return whether the store is mounted, at a path that fits in */
     bool Copy_mount_point(char* path, size_t size) EXCLUDES(m_mount_guard);
 
-    void Ifs_close(CIpcRecFile& file, int fd, tm* end) REQUIRES(gInterface_lock);
-    void Close_file(File_use use, int fd) REQUIRES(gInterface_lock);
-    bool Is_being_recorded(const char* name) REQUIRES(gInterface_lock);
-    void Empty_catalogue() REQUIRES(gInterface_lock);
-    bool Take_index(_ifs_stream_type_ stream) REQUIRES(gInterface_lock);
-    void Publish_found(_ifs_stream_type_ stream) REQUIRES(gInterface_lock);
+    void Ifs_close(CIpcRecFile& file, int fd, tm* end) REQUIRES(gIfs_interface_lock);
+    void Close_file(File_use use, int fd) REQUIRES(gIfs_interface_lock);
+    bool Is_being_recorded(const char* name) REQUIRES(gIfs_interface_lock);
+    void Empty_catalogue() REQUIRES(gIfs_interface_lock);
+    bool Take_index(_ifs_stream_type_ stream) REQUIRES(gIfs_interface_lock);
+    void Publish_found(_ifs_stream_type_ stream) REQUIRES(gIfs_interface_lock);
     Rec_file_list::iterator Overlap_candidate(_ifs_stream_type_ stream, Rec_file_list& list)
-        REQUIRES(gInterface_lock);
+        REQUIRES(gIfs_interface_lock);
     template <typename Take>
-    void For_each_match(_searcher_info_* search, Take take) REQUIRES(gInterface_lock);
+    void For_each_match(_searcher_info_* search, Take take) REQUIRES(gIfs_interface_lock);
     template <typename Open_file>
-    int Ifs_open(Open_file open_file) REQUIRES(gInterface_lock);
+    int Ifs_open(Open_file open_file) REQUIRES(gIfs_interface_lock);
 
     std::string m_mount_point GUARDED_BY(m_mount_guard); ///< empty while not mounted
-    std::map<_ifs_stream_type_, int> m_overlap_count_table GUARDED_BY(gInterface_lock);
+    std::map<_ifs_stream_type_, int> m_overlap_count_table GUARDED_BY(gIfs_interface_lock);
     Catalogue m_catalogue;
-    std::map<_ifs_stream_type_, int> m_unindexed_count_table GUARDED_BY(gInterface_lock);
-    Rec_file_list_table m_index_list_table GUARDED_BY(gInterface_lock);
+    std::map<_ifs_stream_type_, int> m_unindexed_count_table GUARDED_BY(gIfs_interface_lock);
+    Rec_file_list_table m_index_list_table GUARDED_BY(gIfs_interface_lock);
     Open_files m_open_files;
-    CIfsHandle* m_file_handle GUARDED_BY(gInterface_lock);                        ///< owned
-    CIfsHandle* m_search_handle GUARDED_BY(gInterface_lock);                      ///< owned
-    std::map<int, _searcher_info_*> m_searcher_table GUARDED_BY(gInterface_lock); ///< owned
+    CIfsHandle* m_file_handle GUARDED_BY(gIfs_interface_lock);                        ///< owned
+    CIfsHandle* m_search_handle GUARDED_BY(gIfs_interface_lock);                      ///< owned
+    std::map<int, _searcher_info_*> m_searcher_table GUARDED_BY(gIfs_interface_lock); ///< owned
 
     /* Of a rebuild, by stream; empty but during one. */
-    std::array<Index_search, IFS_STREAMS> m_index_searches GUARDED_BY(gInterface_lock);
-    std::array<Rec_file_list, IFS_STREAMS> m_probed GUARDED_BY(gInterface_lock); ///< what no index had
-    std::string m_scanned_name GUARDED_BY(gInterface_lock);                      ///< that it is looking at
-    bool m_knows_whole_card GUARDED_BY(gInterface_lock) = false; ///< memory sufficed for all that was found
+    std::array<Index_search, IFS_STREAMS> m_index_searches GUARDED_BY(gIfs_interface_lock);
+    std::array<Rec_file_list, IFS_STREAMS> m_probed GUARDED_BY(gIfs_interface_lock); ///< what no index had
+    std::string m_scanned_name GUARDED_BY(gIfs_interface_lock); ///< that it is looking at
+    bool m_knows_whole_card GUARDED_BY(gIfs_interface_lock) =
+        false; ///< memory sufficed for all that was found
     Mutex m_mount_guard;
 };
 

@@ -28,13 +28,13 @@ class Open_files
 {
 public:
     /** Take a file over; with no memory for that it stays the caller's. */
-    void Enter(File_use use, int fd, std::unique_ptr<CIpcRecFile>& file) REQUIRES(gInterface_lock)
+    void Enter(File_use use, int fd, std::unique_ptr<CIpcRecFile>& file) REQUIRES(gIfs_interface_lock)
         EXCLUDES(m_guard);
     /** Give up a file, which must be there. */
-    std::unique_ptr<CIpcRecFile> Remove(File_use use, int fd) REQUIRES(gInterface_lock) EXCLUDES(m_guard);
+    std::unique_ptr<CIpcRecFile> Remove(File_use use, int fd) REQUIRES(gIfs_interface_lock) EXCLUDES(m_guard);
 
     /** The table of that use, to be read only. */
-    File_table& Of(File_use use) REQUIRES(gInterface_lock);
+    File_table& Of(File_use use) REQUIRES(gIfs_interface_lock);
 
     /* Whatever locks are held. */
     /** @return the file, or null when the handle has none of that use */
@@ -44,7 +44,7 @@ public:
 
 private:
     /** Who holds the interface lock may read: nobody else changes anything. */
-    void May_read() const REQUIRES(gInterface_lock) ASSERT_SHARED(m_guard) {}
+    void May_read() const REQUIRES(gIfs_interface_lock) ASSERT_SHARED(m_guard) {}
     File_table& Table(File_use use) REQUIRES_SHARED(m_guard)
     {
         return use == File_use::recording ? m_recording_file_table : m_playing_file_table;

@@ -16,7 +16,7 @@ public:
     };
 
     /** Look at the number of recordings, while it is limited, and else at the free space. */
-    Answer Ask(CIpcFileSystem& store, unsigned max_files) REQUIRES(gInterface_lock);
+    Answer Ask(CIpcFileSystem& store, unsigned max_files) REQUIRES(gIfs_interface_lock);
 
     /* What was found when each of them was last looked at. */
     unsigned main_files = 0;
@@ -24,7 +24,7 @@ public:
     unsigned long long free_bytes = 0;
 
 private:
-    bool Too_many_files(CIpcFileSystem& store, unsigned max_files) REQUIRES(gInterface_lock);
+    bool Too_many_files(CIpcFileSystem& store, unsigned max_files) REQUIRES(gIfs_interface_lock);
 
     bool m_by_count = false; ///< the limit was reached, and deletion goes on until well below it
 };

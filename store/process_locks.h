@@ -10,8 +10,8 @@
 class CAPABILITY("lock") Process_lock
 {
 };
-extern Process_lock gInterface_lock;
-extern Process_lock gWrite_lock;
-extern Process_lock gRead_lock;
+extern Process_lock gIfs_interface_lock;
+extern Process_lock gIfs_write_lock;
+extern Process_lock gIfs_read_lock;
 
 #endif
