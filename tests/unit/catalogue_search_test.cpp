@@ -66,10 +66,6 @@ TEST(CatalogueIndex, FindsWhatAWalkOfTheSortedListFindsWhateverComesAndGoes)
             expected += Ifs_is_suitable_rec(&rec, &search, &go_on) ? Tags({rec}) : "";
         }
         ASSERT_EQ(found, expected) << step;
-        const auto first = std::find_if(list.begin(), list.end(), [&search](const _ifs_rec_file_& rec) {
-            return Ifsm_tm_cmp(&rec.start_tm, &search.start_tm) >= 0;
-        });
-        ASSERT_EQ(index.First_from(list, search.start_tm), first) << step;
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include "store/ifsdirectoryscaner.h"
 #include "store/index_item.h"
-#include "store/search.h"
 #include "tests/support.h"
 
 TEST(Catalogue, DumpsAnEntryWithItsDefaults)
@@ -47,20 +46,6 @@ TEST(Catalogue, KeepsAnEntryThroughItsImageOnTheCard)
     std::string again(IFS_ITEM_BYTES, '\xee');
     Ifs_put_index_item(rec, reinterpret_cast<unsigned char*>(again.data()));
     EXPECT_EQ(Hex(again), Hex(image));
-}
-
-TEST(Catalogue, PlacesATimeAgainstASpan)
-{
-    const auto place = [](int t, int start, int end) {
-        tm times[] = {Utc(2020, 1, 1, 0, 0, t), Utc(2020, 1, 1, 0, 0, start), Utc(2020, 1, 1, 0, 0, end)};
-        return Ifrf_tm_compare(&times[0], &times[1], &times[2]);
-    };
-    EXPECT_EQ(place(5, 5, 5), 1);
-    EXPECT_EQ(place(5, 5, 1), 1);
-    EXPECT_EQ(place(4, 5, 9), 2);
-    EXPECT_EQ(place(9, 5, 9), 3);
-    EXPECT_EQ(place(6, 5, 9), 4);
-    EXPECT_EQ(place(10, 5, 9), 5);
 }
 
 TEST(DirectoryWalk, StopsAsTheCallbackAnswers)
