@@ -30,6 +30,10 @@
 #ifndef HOSTCARD_H
 #define HOSTCARD_H
 
+/* C89 and C++98 have no long long; their compilers do. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wlong-long"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -121,5 +125,7 @@ void hostcard_scale_sleep(double share);
 #ifdef __cplusplus
 }
 #endif
+
+#pragma GCC diagnostic pop
 
 #endif

@@ -28,11 +28,18 @@
 #define IFS_INTERFACE_VERSION 1
 
 /* In C++ an enumeration holds every int only when its type is fixed, and a host may pass any value. */
-#ifdef __cplusplus
+#if defined(__cplusplus) && __cplusplus >= 201103L
 #define IFS_ENUM_INT : int
-extern "C" {
 #else
 #define IFS_ENUM_INT
+#endif
+
+/* C89 and C++98 have no long long; their compilers do. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wlong-long"
+
+#ifdef __cplusplus
+extern "C" {
 #endif
 
 /** Stream of a recording. Messages call any other value "sub"; Ifsi_create() refuses it. */
@@ -406,5 +413,7 @@ IFS_API struct mntent* find_mount_point(const char* name, const char* table);
 #ifdef __cplusplus
 }
 #endif
+
+#pragma GCC diagnostic pop
 
 #endif
