@@ -277,5 +277,9 @@ int Ifsf_format(const char* dev)
         return -1;
     }
     // A card must not lose its boot record after the call that made it has returned.
-    return fsync(partition.get()) == 0 ? 0 : -1;
+    if (fsync(partition.get()) != 0) {
+        IFS_ERROR("fsync Failed(%s)\n", strerror(errno));
+        return -1;
+    }
+    return 0;
 }

@@ -114,11 +114,15 @@ int Ifsod_remove_file(const char* path)
     // once more would take them from that recording. An open file keeps its clusters until its name is gone
     // for good.
     const Owned_fd kept(open(path, O_RDONLY | O_CLOEXEC));
+    const int not_kept = kept.valid() ? 0 : errno;
     std::string dir(path);
     dir = dir.substr(0, dir.rfind('/'));
     if (remove(path) != 0) {
         IFS_ERROR("remove (%s) Failed(%s)\n", path, strerror(errno));
         return -1;
+    }
+    if (not_kept != 0) {
+        IFS_ERROR("open (%s) Failed(%s)\n", path, strerror(not_kept));
     }
     Ifsod_sync_dir(dir.c_str());
     return 0;
@@ -126,8 +130,17 @@ int Ifsod_remove_file(const char* path)
 
 int Ifsod_sync_dir(const char* dir)
 {
-    const Owned_fd fd(open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd.valid() && fsync(fd.get()) == 0 ? 0 : -1;
+    const Owned_fd fd(Ifsod_open_file(dir, O_RDONLY | O_DIRECTORY));
+    return fd.valid() ? Ifsod_sync_file(fd.get()) : -1;
+}
+
+int Ifsod_sync_file(int fd)
+{
+    if (fsync(fd) != 0) {
+        IFS_ERROR("fsync (%d) Failed(%s)\n", fd, strerror(errno));
+        return -1;
+    }
+    return 0;
 }
 
 int Ifsod_get_file_size(const char* file, int* size)

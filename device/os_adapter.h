@@ -32,11 +32,11 @@ int Ifsod_lseek_file(int fd, int offset, int whence);
 /** remove(3). The name is gone for good before the file's space can be used again. */
 int Ifsod_remove_file(const char* path);
 
-/**
- * Make the names of a directory durable, removals included; reports nothing. On FAT the allocation table goes
- * with them.
- */
+/** Make the names of a directory durable, removals included. On FAT the allocation table goes with them. */
 int Ifsod_sync_dir(const char* dir);
+
+/** fsync(2). */
+int Ifsod_sync_file(int fd);
 
 /** Size of a file in bytes; *size is untouched on failure. */
 int Ifsod_get_file_size(const char* file, int* size);

@@ -197,7 +197,7 @@ int CIpcFileSystem::Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_li
     writer.Flush();
     // The allocation reaches the card before the size that counts on it, see Ifsod_sync_dir().
     Ifsod_sync_dir(Mount_dir());
-    fsync(index.Get());
+    Ifsod_sync_file(index.Get());
     return 0;
 }
 

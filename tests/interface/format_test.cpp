@@ -88,6 +88,7 @@ TEST_F(Format, NamesTheStepThatFailed)
         {HOSTCARD_SEEK, 2,
          "lseek Failed(Input/output error)\nIfsf_seek_and_write reserve Failed\n"
          "Ifsf_format Failed\n"},
+        {HOSTCARD_SYNC, 2, "fsync Failed(Input/output error)\nIfsf_format Failed\n"},
         {HOSTCARD_WRITE, first_sector + 31, "reserve"},
         {HOSTCARD_WRITE, first_sector + 32, "DBR"},
         {HOSTCARD_WRITE, first_sector + 33, "Reserve DBR"},
