@@ -7,6 +7,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <new>
+#include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,21 +42,23 @@ bool read_sector(int fd, std::uint64_t offset, std::uint8_t (&sector)[sector_byt
     return pread64(fd, sector, sector_bytes, static_cast<off64_t>(offset)) == sector_bytes;
 }
 
-std::string real_path(const std::string& path)
+std::string real_path(const char* path)
 {
-    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), free);
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(path, nullptr), free);
+    if (!real && errno == ENOMEM)
+        throw std::bad_alloc();
     return real ? real.get() : "";
 }
 
-/** What follows a folder in a path, without the slashes between them; none when the path is not at or below
+/** What follows a folder in a path, without the slashes between them; null when the path is not at or below
  * it. */
-std::optional<std::string> below(const std::string& folder, const char* path)
+const char* below(std::string_view folder, const char* path)
 {
-    if (folder.empty() || strncmp(path, folder.c_str(), folder.size()) != 0)
-        return std::nullopt;
+    if (folder.empty() || strncmp(path, folder.data(), folder.size()) != 0)
+        return nullptr;
     const char* rest = path + folder.size();
     if (*rest != '\0' && *rest != '/')
-        return std::nullopt;
+        return nullptr;
     return rest + strspn(rest, "/");
 }
 
@@ -124,10 +128,10 @@ int Card::create(const std::string& folder, std::uint64_t size, Geometry geometr
 {
     if (size < card_bytes_min || size > LLONG_MAX || !is_valid(geometry))
         return refuse(EINVAL);
+    const std::string image = folder + "/card.img", conf = folder + "/card.conf", files = folder + "/files";
     const bool made = mkdir(folder.c_str(), 0777) == 0;
     if (!made && (errno != EEXIST || !is_empty_folder(folder)))
         return -1;
-    const std::string image = folder + "/card.img", conf = folder + "/card.conf", files = folder + "/files";
     if (make_image(image, size) && write_geometry(conf, geometry) && mkdir(files.c_str(), 0777) == 0)
         return 0;
     const int error = errno;
@@ -151,11 +155,10 @@ std::unique_ptr<Card> Card::open(const char* folder)
     const std::optional<Geometry> geometry = read_geometry(real + "/card.conf");
     if (!geometry)
         return nullptr;
-    const int image = open64((real + "/card.img").c_str(), O_RDONLY | O_CLOEXEC);
-    if (image < 0)
+    std::unique_ptr<Card> card(new Card(real, *geometry));
+    if (card->m_image.get() < 0)
         return nullptr;
-    std::unique_ptr<Card> card(new Card(real, image, *geometry));
-    if (flock(image, LOCK_EX | LOCK_NB) != 0) { // another process has it
+    if (flock(card->m_image.get(), LOCK_EX | LOCK_NB) != 0) { // another process has it
         errno = EBUSY;
         return nullptr;
     }
@@ -163,9 +166,9 @@ std::unique_ptr<Card> Card::open(const char* folder)
     return card;
 }
 
-Card::Card(const std::string& folder, int image, Geometry geometry)
-    : m_image_path(folder + "/card.img"), m_mount_point(folder + "/files"), m_image(image),
-      m_geometry(geometry)
+Card::Card(const std::string& folder, Geometry geometry)
+    : m_image_path(folder + "/card.img"), m_mount_point(folder + "/files"),
+      m_image(open64(m_image_path.c_str(), O_RDONLY | O_CLOEXEC)), m_geometry(geometry)
 {
 }
 
@@ -173,19 +176,19 @@ Place Card::locate(const char* path) const
 {
     if (!path)
         return Place::elsewhere;
-    if (const std::optional<std::string> device = below(device_folder, path)) {
-        if (device->empty())
+    if (const char* device = below(device_folder, path)) {
+        if (*device == '\0')
             return Place::device_folder;
-        if (*device == "sda1" && !m_partition.empty())
+        if (strcmp(device, "sda1") == 0 && !m_partition.empty())
             return Place::partition;
-        return *device == "sda" ? Place::disk : Place::no_device;
+        return strcmp(device, "sda") == 0 ? Place::disk : Place::no_device;
     }
-    std::optional<std::string> file = below(m_mount_point, path);
+    const char* file = below(m_mount_point, path);
     if (!file)
         file = below(m_mounted_as, path);
     if (!file)
         return Place::elsewhere;
-    return file->empty() ? Place::mount_point : Place::file;
+    return *file == '\0' ? Place::mount_point : Place::file;
 }
 
 bool Card::is_mount_point(const char* directory) const
@@ -239,12 +242,13 @@ int Card::mount(Place device, const char* directory, const char* type)
     const Window where = window(device);
     if (where.length < sector_bytes || !read_sector(m_image.get(), where.start, boot_record))
         return refuse(EINVAL);
+    std::string mounted_as(directory);
+    while (mounted_as.size() > 1 && mounted_as.back() == '/')
+        mounted_as.pop_back();
     m_volume = fat32_volume(boot_record, where.length);
     if (!m_volume)
         return refuse(EINVAL);
-    m_mounted_as = directory;
-    while (m_mounted_as.size() > 1 && m_mounted_as.back() == '/')
-        m_mounted_as.pop_back();
+    m_mounted_as.swap(mounted_as);
     m_free_clusters.reset();
     return 0;
 }

@@ -113,7 +113,7 @@ public:
     struct statfs sizes(long long free_bytes);
 
 private:
-    Card(const std::string& folder, int image, Geometry geometry);
+    Card(const std::string& folder, Geometry geometry);
     std::int64_t free_clusters();
     void measure();
 

@@ -25,7 +25,8 @@
  * files/ whether it is mounted or not, and no devices. What they add or delete there counts in the free space
  * from the next mount on at the latest. Close with close() what open() opened.
  *
- * Results are 0 (or a value) on success; on failure -1 with errno set, as by the calls they stand for.
+ * Results are 0 (or a value) on success; on failure -1 with errno set, as by the calls they stand for, to
+ * ENOMEM where memory runs out.
  */
 #ifndef HOSTCARD_H
 #define HOSTCARD_H

@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <limits>
 #include <mutex>
+#include <new>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -55,6 +56,17 @@ NextCall<int(const char*, struct statfs*)> next_statfs{"statfs"};
 // Plain words, so that the calls work before any constructor has run and after any destructor.
 std::mutex card_mutex; // guards the card
 Card* card;
+
+/** Make a call that may take memory. @return what it returns, -1 with ENOMEM without the memory */
+template <typename Call>
+auto with_memory(Call call) -> decltype(call())
+{
+    try {
+        return call();
+    } catch (const std::bad_alloc&) {
+        return refuse(ENOMEM);
+    }
+}
 
 /** A call on a path: holds the card while the path is one of the card's. */
 struct PathCall {
@@ -225,8 +237,10 @@ ssize_t write_card(Kind kind, int fd, const void* buffer, size_t count, const of
     std::lock_guard<std::mutex> lock(card_mutex);
     if (!card || (kind == Kind::file && !card->volume()))
         return refuse(EIO);
-    return kind == Kind::file ? write_file(fd, buffer, count, at)
-                              : write_device(*card, place_of(kind), fd, buffer, count, at);
+    return with_memory([&] {
+        return kind == Kind::file ? write_file(fd, buffer, count, at)
+                                  : write_device(*card, place_of(kind), fd, buffer, count, at);
+    });
 }
 
 off64_t seek_card(Kind kind, int fd, off64_t offset, int whence)
@@ -254,7 +268,7 @@ int sync_card(Kind kind, int fd, NextCall<int(int)>& next)
 
 int hostcard_create(const char* folder, unsigned long long size, unsigned heads, unsigned sectors)
 {
-    return Card::create(folder, size, Geometry{heads, sectors});
+    return with_memory([&] { return Card::create(folder, size, Geometry{heads, sectors}); });
 }
 
 int hostcard_insert(const char* folder)
@@ -262,7 +276,10 @@ int hostcard_insert(const char* folder)
     std::lock_guard<std::mutex> lock(card_mutex);
     if (card)
         return refuse(EBUSY);
-    card = Card::open(folder).release();
+    with_memory([&] {
+        card = Card::open(folder).release();
+        return 0;
+    });
     if (!card)
         return -1;
     reset_counts();
@@ -388,7 +405,7 @@ int ftruncate(int fd, off_t length) noexcept
     std::lock_guard<std::mutex> lock(card_mutex);
     if (!card || (kind == Kind::file && !card->volume()))
         return refuse(EIO);
-    return kind == Kind::file ? truncate_file(fd, length) : refuse(EINVAL);
+    return kind == Kind::file ? with_memory([&] { return truncate_file(fd, length); }) : refuse(EINVAL);
 }
 
 int fstat(int fd, struct stat* status) noexcept
@@ -446,10 +463,15 @@ DIR* opendir(const char* path)
         return next_opendir(path);
     if (fails(HOSTCARD_OPENDIR))
         return nullptr;
-    if (!call.missing())
-        return open_directory_on_card(call.place, path);
-    errno = ENOENT;
-    return nullptr;
+    DIR* directory = nullptr;
+    if (call.missing())
+        errno = ENOENT;
+    else
+        with_memory([&] {
+            directory = open_directory_on_card(call.place, path);
+            return 0;
+        });
+    return directory;
 }
 
 struct dirent* readdir(DIR* directory)
@@ -494,13 +516,16 @@ int mount(const char* device, const char* directory, const char* type, unsigned 
         return refuse(ENOENT);
     if (call.place != Place::disk && call.place != Place::partition)
         return refuse(ENOTBLK);
-    return card->mount(call.place, directory, type);
+    return with_memory([&] { return card->mount(call.place, directory, type); });
 }
 
 int umount(const char* directory) noexcept
 {
     std::unique_lock<std::mutex> lock(card_mutex);
-    if (!card || !card->is_mount_point(directory)) {
+    const int ours = with_memory([&] { return card && card->is_mount_point(directory) ? 1 : 0; });
+    if (ours < 0)
+        return -1;
+    if (!ours) {
         lock.unlock();
         return next_umount(directory);
     }
@@ -526,8 +551,10 @@ int statfs(const char* path, struct statfs* sizes) noexcept
         return refuse(ENOENT);
     if (stat64(path, &status) != 0)
         return -1;
-    *sizes = card->sizes(scripted_free_bytes());
-    return 0;
+    return with_memory([&] {
+        *sizes = card->sizes(scripted_free_bytes());
+        return 0;
+    });
 }
 
 } // extern "C"

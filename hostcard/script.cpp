@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <ctime>
 #include <mutex>
 #include <optional>
@@ -23,14 +24,20 @@ struct Script {
     unsigned counts[HOSTCARD_CALLS] = {};
     std::optional<Fault> faults[HOSTCARD_CALLS];
     long long free_bytes = -1;
-    std::optional<std::string> listing;
+    bool listed = false;
+    char listing[256] = "";
 };
 
 // Never destroyed: threads of the library may outlive the static objects.
+union Undying {
+    constexpr Undying() : script() {}
+    ~Undying() {}
+    Script script;
+} undying;
+
 Script& script()
 {
-    static Script* const only = new Script;
-    return *only;
+    return undying.script;
 }
 
 std::atomic<float> sleep_share{1}; // not double, which a 32-bit machine cannot load in one piece
@@ -109,7 +116,7 @@ long long scripted_free_bytes()
 std::string scripted_listing(const std::string& actual)
 {
     std::lock_guard<std::mutex> lock(script().mutex);
-    return script().listing.value_or(actual);
+    return script().listed ? script().listing : actual;
 }
 
 void reset_counts()
@@ -161,9 +168,8 @@ void hostcard_set_free(long long bytes)
 void hostcard_set_listing(const char* names)
 {
     std::lock_guard<std::mutex> lock(script().mutex);
-    script().listing.reset();
-    if (names)
-        script().listing = names;
+    script().listed = names != nullptr;
+    snprintf(script().listing, sizeof script().listing, "%s", names ? names : "");
 }
 
 void hostcard_scale_sleep(double share)

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <functional>
 #include <linux/magic.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,15 +17,34 @@ constexpr long vfat_name_max = 1530;
 
 using Visit = std::function<void(const char* path, const struct stat64& status)>;
 
+/** The entries of a folder, none when it cannot be read. */
+struct Entries {
+    explicit Entries(const std::string& folder)
+        // Not interposed, nor are the calls that it makes. fts64_open() would read folders with 32-bit calls.
+        : count(scandir64(folder.c_str(), &entries, nullptr, nullptr))
+    {
+        if (count < 0 && errno == ENOMEM)
+            throw std::bad_alloc();
+    }
+    ~Entries()
+    {
+        for (int i = 0; i < count; i++)
+            free(entries[i]);
+        free(entries);
+    }
+    Entries(const Entries&) = delete;
+    Entries& operator=(const Entries&) = delete;
+
+    struct dirent64** entries = nullptr;
+    const int count;
+};
+
 /** Visit everything below a folder, a folder after what it holds. */
 void walk(const std::string& folder, const Visit& visit)
 {
-    struct dirent64** entries = nullptr;
-    // Not interposed, nor are the calls that it makes. fts64_open() would read folders with 32-bit calls.
-    const int count = scandir64(folder.c_str(), &entries, nullptr, nullptr);
-    for (int i = 0; i < count; i++) {
-        const std::string name = entries[i]->d_name, path = std::string(folder).append("/").append(name);
-        free(entries[i]);
+    const Entries all(folder);
+    for (int i = 0; i < all.count; i++) {
+        const std::string name = all.entries[i]->d_name, path = std::string(folder).append("/").append(name);
         struct stat64 status = {};
         if (name == "." || name == ".." || lstat64(path.c_str(), &status) != 0)
             continue;
@@ -32,7 +52,6 @@ void walk(const std::string& folder, const Visit& visit)
             walk(path, visit);
         visit(path.c_str(), status);
     }
-    free(entries);
 }
 
 bool is_power_of_two(std::uint32_t value)
