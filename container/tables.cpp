@@ -165,13 +165,16 @@ uint64_t Track::bytes(uint32_t sample, uint32_t samples) const
 void Tables::reserve()
 {
     constexpr size_t samples = 16384;
-    constexpr size_t fragments = 1024;
-    for (Track& track : tracks) {
-        track.sizes.reserve(samples);
-        track.durations.reserve(samples);
-        track.chunks.reserve(fragments);
+    constexpr size_t fragments = 1024; // and samples of the first one, which a close then writes without more
+    for (int i = 0; i < track_count; ++i) {
+        tracks[i].sizes.reserve(samples);
+        tracks[i].durations.reserve(samples);
+        tracks[i].show_offsets.reserve(fragments);
+        tracks[i].keys.reserve(fragments);
+        tracks[i].chunks.reserve(fragments);
+        exact.anchors[i].reserve(fragments);
     }
-    tracks[video_track].keys.reserve(fragments);
+    exact.headers.reserve(fragments);
     exact.order.make_room(2 * samples);
 }
 

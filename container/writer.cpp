@@ -61,6 +61,7 @@ Writer::Writer(Fd fd, const char* path, const kt_mfile_info_t& info)
 {
     m_movie.info = info;
     m_payload.resize(header_room);
+    m_headers.reserve(header_room); // a first fragment must not need memory at the close
     m_movie.tables.reserve();
 }
 
