@@ -4,6 +4,7 @@
 #pragma GCC visibility pop
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>

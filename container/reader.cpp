@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <new>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -133,17 +132,12 @@ std::unique_ptr<Reader> Reader::open(const char* path, bool info_only)
     if (missing || (!fd && !info_only))
         return nullptr;
     std::unique_ptr<Reader> reader(new Reader(std::move(fd), info_only));
-    bool failed = true;
-    int error = ENOMEM;
-    try {
-        if (reader->load(path))
-            return reader;
-        failed = reader->m_source.failed() || reader->m_movie.refused;
-        error = reader->m_source.failed() ? reader->m_source.error() : failed ? ENOTSUP : EBADMSG;
-    } catch (const std::bad_alloc&) {
-    }
+    if (reader->load(path))
+        return reader;
     // What was not seen whole, or is not for this reader, must not be taken for damaged.
+    bool failed = reader->m_source.failed() || reader->m_movie.refused;
     if (!info_only || !failed) {
+        int error = reader->m_source.failed() ? reader->m_source.error() : failed ? ENOTSUP : EBADMSG;
         reader.reset();
         errno = error;
         return nullptr;

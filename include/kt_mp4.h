@@ -91,7 +91,8 @@ typedef struct kt_mfile_info_t {
  * @param reserved1,reserved2  320 and 0; ignored
  * @return a handle that kt_mp4_close() releases, or NULL: the path exists (EEXIST, create) or does not
  *         (ENOENT), it is no MP4 file or too damaged (EBADMSG), of another version or too large to be played
- *         (ENOTSUP), a null path or an unknown mode (EINVAL)
+ *         (ENOTSUP), a null path or an unknown mode (EINVAL). What a probe has no memory for (ENOMEM) may be
+ * a recording, and is kept.
  */
 void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_profile,
                   int audio_sample_rate_index, int audio_channel_conf, int mode, int have_audio,

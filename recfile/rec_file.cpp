@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
+#include <new>
+
 #include "device/os_adapter.h"
 #include "recfile/frame_header.h"
 #include "util/calendar_time.h"
@@ -146,8 +149,12 @@ int CIpcRecFile::Open_container(const std::string& path, const _rec_file_info_& 
         rec = info.rec;
     }
     std::string writable_path = path;
+    errno = 0;
     m_mp4 = kt_mp4_open(writable_path.data(), rec.width, rec.height, rec.frame_rate, rec.audio_profile,
                         rec.audio_sample_rate_index, rec.audio_channel_conf, mode, rec.have_audio, 320, 0);
+    if (m_mp4 == nullptr && errno == ENOMEM && mode == IRF_OPEN_PROBE) {
+        throw std::bad_alloc(); // the file must not be taken for one that cannot be read
+    }
     return m_mp4 != nullptr ? 0 : -1;
 }
 
