@@ -13,7 +13,7 @@
  *
  * Results. Unless said otherwise 0 (or a handle or a count) is success and -1 failure, and pointers must
  * not be null. Diagnostics go to standard output, see gIfs_debug_level; they never change a result.
- * No C++ exception leaves a call: when memory runs out the call fails.
+ * No C++ exception leaves a call: when memory runs out the call fails with -1, Ifsi_close() excepted.
  */
 #ifndef IFS_H
 #define IFS_H
