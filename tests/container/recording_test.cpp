@@ -88,13 +88,6 @@ TEST(Recording, FramesOfAnySizeInAnyTwoPieces)
         EXPECT_EQ(recording.write(frame, &frame - mixed_codes.data()), 0);
     recording.close();
     EXPECT_EQ(read_back(folder.file()), frames);
-    Mp4 again(folder.file("pieces.mp4"), KT_MP4_CREATE);
-    const size_t size = mixed_codes[0].bytes.size();
-    for (size_t piece = 0; piece <= size; piece += piece == 60 ? size - 80 : 1)
-        EXPECT_EQ(again.write(mixed_codes[0], piece), 0);
-    again.close();
-    for (const Frame& frame : read_back(folder.file("pieces.mp4")))
-        ASSERT_EQ(frame, frames[0]);
 }
 
 TEST(Recording, ParameterSetsThatChangeAreDecoded)

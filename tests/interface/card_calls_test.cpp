@@ -44,17 +44,6 @@ TEST_F(CardCalls, MountOnlyACardThatIsThereAndFormatted)
     Mount();
 }
 
-TEST_F(CardCalls, MountTwiceRebuildsAndKeepsTheCatalogue)
-{
-    Record(At(10, 0));
-    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
-    const std::string printed = Messages([this] { Mount(); });
-    EXPECT_TRUE(Holds(printed, "mount(/dev/hd/sda1) on (" + m_files + ") already mounted\n"));
-    EXPECT_TRUE(Holds(printed, "Build record file list start...\nNumber of main stream record file:1\n"
-                               "Number of sub stream record file:0\nBuild record file list end!!!\n"));
-    EXPECT_EQ(Counts(), "1 0");
-}
-
 TEST_F(CardCalls, UnmountIsRefusedWhileSomethingIsOpen)
 {
     Record(At(9, 0));

@@ -60,8 +60,7 @@ protected:
 
 TEST_F(Overlap, DeletesTheOldestOfBothStreamsWhileSpaceIsShort)
 {
-    Record(At(10, 0));
-    Record(At(11, 0));
+    const std::string main[] = {Record(At(10, 0)), Record(At(11, 0))};
     const std::string oldest = Record(At(9, 0), 10, IFS_STREAM_SUB);
     hostcard_set_free(419430400);
     EXPECT_EQ(Run(), "2 1");
@@ -71,17 +70,11 @@ TEST_F(Overlap, DeletesTheOldestOfBothStreamsWhileSpaceIsShort)
     const std::string said = Messages([this] { EXPECT_EQ(Run(), "0 0"); });
     EXPECT_EQ(hostcard_count(HOSTCARD_SYNC), syncs + 3)
         << "a deletion is durable before its space is used again";
-    EXPECT_EQ(said.substr(0, said.find("No file to remove\n")),
-              "remove file(" + oldest + ")\nRemove file(" + m_files + "/" + oldest +
-                  ")\n"
-                  "remove file(Rec_20191012_100000_061_M.mp4)\n"
-                  "Remove file(" +
-                  m_files +
-                  "/Rec_20191012_100000_061_M.mp4)\n"
-                  "remove file(Rec_20191012_110000_061_M.mp4)\n"
-                  "Remove file(" +
-                  m_files + "/Rec_20191012_110000_061_M.mp4)\n");
-    EXPECT_TRUE(Holds(said, "No file to remove\n"));
+    std::string expected;
+    for (const std::string& name : {oldest, main[0], main[1]}) {
+        expected += "remove file(" + name + ")\nRemove file(" + m_files + "/" + name + ")\n";
+    }
+    EXPECT_EQ(said.substr(0, said.find("to remove\n")), expected + "No file ");
 }
 
 TEST_F(Overlap, NeverDeletesWhatIsPlayedOrWritten)

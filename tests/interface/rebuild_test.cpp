@@ -151,7 +151,10 @@ TEST_F(Rebuild, LeavesARunningRecordingAlone)
     const int empty_fd = Create(At(9, 0));
     const int fd = Create(At(10, 0));
     Write_seconds(fd, 20);
-    EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0);
+    Ifsi_set_debug_level(IFS_DEBUG_TRACE);
+    EXPECT_TRUE(Holds(Messages([this] { Mount(); }), // again
+                      "mount(/dev/hd/sda1) on (" + m_files + ") already mounted\n"));
+    Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     EXPECT_EQ(Counts(), "0 0");
     EXPECT_TRUE(Exists("Rec_20191012_090000_061_M.mp4"));
     Write_seconds(empty_fd, 3);
