@@ -80,8 +80,9 @@ TEST(Recording, FramesOfAnySizeInAnyTwoPieces)
         if (frame.kind != KT_MP4_AUDIO)
             frame.bytes.erase(0, 1);
     }
-    mixed_codes[0].bytes += std::string("\0\0\0\0\1\x0c\xff", 7);
-    frames[0].bytes += start_code + "\x0c\xff";
+    const std::string filler = "\x0c" + std::string(20000, '\xff'); // more than parameter sets may take
+    mixed_codes[0].bytes += std::string("\0\0\0\0\1", 5) + filler;
+    frames[0].bytes += start_code + filler;
 
     Mp4 recording(folder.file(), KT_MP4_CREATE);
     for (const Frame& frame : mixed_codes)

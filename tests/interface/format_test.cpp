@@ -38,11 +38,11 @@ protected:
 
 TEST_F(Format, WritesThePartitionSector)
 {
-    Insert_blank(7948206080ULL, 4, 16);
+    Insert_blank(7948206080ULL, 2, 16);
     EXPECT_EQ(Ifsi_format(), 0);
     EXPECT_EQ(Hex(Image(0, 512)), Hex(std::string(435, '\0') + Bytes(R"(
         56 65 6c 74 72 6f 73 61 6e 00 00    # "Veltrosan"
-        00  01 01 00  0c  03 10 ff          # not bootable, first CHS, type, last CHS of 65,535 cylinders
+        00  01 01 00  0c  01 10 ff          # not bootable, first CHS, type, last CHS of 65,535 cylinders
         10 00 00 00  f0 df ec 00            # first LBA 16, 15,523,824 sectors
     )") + std::string(48, '\0') + Bytes("55 aa")));
 }
