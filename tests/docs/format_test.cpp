@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <map>
-#include <sstream>
+#include <regex>
 #include <vector>
 
 #include "tests/interface/card_test.h"
@@ -18,23 +17,17 @@ using Words = std::vector<std::string>;
 /** Words of an example: hex bytes, "text" for its bytes, 00*435 for many, '#' begins a comment. */
 Words Words_of(const std::string& example)
 {
+    static const std::regex word("#[^\n]*|\"([^\"]*)\"|(\\S+)\\*(\\d+)|(\\S+)");
     Words words;
-    std::istringstream lines(example);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream parts(line.substr(0, line.find('#')));
-        while (!(parts >> std::ws).eof()) {
-            const bool text = parts.peek() == '"';
-            std::string part;
-            parts >> std::quoted(part);
-            const size_t star = part.find('*');
-            if (text) {
-                const Words bytes = Words_of(Hex(part));
-                words.insert(words.end(), bytes.begin(), bytes.end());
-            } else if (star != std::string::npos) {
-                words.insert(words.end(), std::stoul(part.substr(star + 1)), part.substr(0, star));
-            } else {
-                words.push_back(part);
-            }
+    for (std::sregex_iterator found(example.begin(), example.end(), word), end; found != end; ++found) {
+        const std::smatch& part = *found;
+        if (part[1].matched) {
+            const Words bytes = Words_of(Hex(part[1]));
+            words.insert(words.end(), bytes.begin(), bytes.end());
+        } else if (part[3].matched) {
+            words.insert(words.end(), std::stoul(part[3]), part[2]);
+        } else if (part[4].matched) {
+            words.push_back(part[4]);
         }
     }
     return words;
