@@ -110,11 +110,9 @@ TEST_F(CardCalls, FindAMountPointByDirectoryOrDevice)
 
 TEST(LibraryState, StartsAsDocumented)
 {
-    EXPECT_EQ(gScan_rec_file_flag, 1);
-    EXPECT_EQ(gCard_fs_version, 2);
-    EXPECT_EQ(gFs_max_file_number, 0u);
-    EXPECT_EQ(gIfs_demo_flag, 0);
-    EXPECT_EQ(gIfs_file_type, 0);
+    EXPECT_EQ(
+        Numbers({gScan_rec_file_flag, gCard_fs_version, gFs_max_file_number, gIfs_demo_flag, gIfs_file_type}),
+        "1 2 0 0 0");
     Ifsi_set_scan_rec_file_flag(5);
     EXPECT_EQ(gScan_rec_file_flag, 5);
     Ifsi_set_scan_rec_file_flag(1);
