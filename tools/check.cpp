@@ -165,11 +165,11 @@ ExitCode check_card(const Context& context, bool repair)
 std::string check_footer()
 {
     std::string text = R"(
-Every finding is a line: its severity, its code, the file, what is wrong and
-what would mend it. A problem is footage or a catalogue entry that is damaged or
-in danger. A note is normal after a power cut, or the next mount mends it at no
+A finding is a line: its severity, its code, the file, what is wrong and what
+mends it. A problem is footage or a catalogue entry that is damaged or in
+danger. A note is normal after a power cut, or the next mount mends it without
 loss. The check reads the card without the library, whose mount would change it.
-With --repair, a line also says what was done. Exit code 9 means that problems
+With --repair, a line also shows what was done. Exit code 9 means that problems
 are left, 1 that something could not be mended.
 
 )";
@@ -187,12 +187,12 @@ With --json, one object:
     findings          of each: code, severity (problem or note), file (null: the
                       card itself), message, mendable (by --repair), mended (by
                       this run)
-    recordings        of each record file, after a repair if there was one:
-                      file, stream (main or sub), state (finished, interrupted,
-                      stub, empty or unreadable), size_bytes (of the file),
-                      torn_bytes (behind the last frame that plays), frames,
-                      duration_ms, damaged_at_ms (the first frame that cannot be
-                      read; null: none), listed (in an index)
+    recordings        of each record file, as it is after a repair: file,
+                      stream (main or sub), state (finished, interrupted, stub,
+                      empty or unreadable), size_bytes (of the file), torn_bytes
+                      (behind the last frame that plays), frames, duration_ms,
+                      damaged_at_ms (the first frame that cannot be read; null:
+                      none), listed (in an index)
     record_files      their number
     max_record_files  the most that a card's folder holds)";
 }

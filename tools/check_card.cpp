@@ -156,7 +156,7 @@ std::string played_text(const Inspection& inspection)
     std::string text = "it was not finished, " + std::to_string(inspection.info.duration / 1000) + "." +
                        std::to_string(inspection.info.duration % 1000 / 100) + " s of it play";
     if (inspection.torn_bytes > 0)
-        text += ", " + std::to_string(inspection.torn_bytes) + " bytes behind that are torn";
+        text += ", " + std::to_string(inspection.torn_bytes) + " bytes behind them are torn";
     return text;
 }
 
@@ -196,7 +196,7 @@ void CardCheck::take_name(const std::string& name, const std::vector<std::string
     m_name_findings.push_back(
         {&finding::wrong_name, name,
          "the library takes it for " + right_name +
-             (twin ? " and lists that twice" : ", does not find that, and the next mount deletes it")});
+             (twin ? " and lists that one twice" : ", does not find that, and the next mount deletes it")});
 }
 
 void CardCheck::read_indexes()
@@ -262,7 +262,7 @@ void CardCheck::judge_file(const RecordFile& file, std::vector<Finding>& found) 
         break;
     case RecordingState::interrupted:
         if (inspection.footage_lost)
-            add(finding::footage_lost, played_text(inspection) + ", whole fragments lie among these");
+            add(finding::footage_lost, played_text(inspection) + ", and whole fragments lie among these");
         else
             add(finding::interrupted, played_text(inspection));
         break;
@@ -317,7 +317,7 @@ void CardCheck::judge_index(const Stream& stream, std::vector<Finding>& found) c
             });
         if (finished > 0)
             add(finding::index_missing,
-                "it is missing, with recordings on the card: " + std::to_string(finished));
+                "it is missing, but there are recordings: " + std::to_string(finished));
         return;
     }
     if (!index.header_fits) {
@@ -328,11 +328,12 @@ void CardCheck::judge_index(const Stream& stream, std::vector<Finding>& found) c
         add(finding::index_item,
             "entries that do not begin with ITEM: " + std::to_string(index.damaged_items));
     if (index.torn_bytes > 0)
-        add(finding::index_torn, "its last entry is torn, bytes of it: " + std::to_string(index.torn_bytes));
+        add(finding::index_torn,
+            "its last entry is torn, with bytes left: " + std::to_string(index.torn_bytes));
     if (!index.loads())
         return;
     if (!std::is_sorted(index.entries.begin(), index.entries.end(), starts_before))
-        add(finding::index_order, "its entries are not in the order of their start");
+        add(finding::index_order, "its entries are not in the order of their starts");
     for (const _ifs_rec_file_& entry : stream.duplicates)
         add(finding::index_duplicate, "it lists " + file_name(entry) + " more than once");
     for (const _ifs_rec_file_& entry : stream.strays)

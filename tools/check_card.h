@@ -20,8 +20,7 @@ struct RecordFile {
 class CardCheck
 {
 public:
-    /** Read the card. Changes nothing. Throws Failure: failed, interrupted. @param folder  of its files,
-     * mounted */
+    /** Read a mounted card by its folder. Changes nothing. Throws Failure: failed, interrupted. */
     explicit CardCheck(const std::string& folder);
     CardCheck(const CardCheck&) = delete;
     CardCheck& operator=(const CardCheck&) = delete;

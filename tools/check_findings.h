@@ -5,9 +5,8 @@
 #include <string>
 
 /**
- * A kind of finding. A problem is a promise that does not hold: footage that cannot be read or will be
- * deleted, or a catalogue that is wrong. A note is what the camera lives with: normal after a
- * power cut, or mended by the next mount at no loss.
+ * A kind of finding. A problem is footage that cannot be read or will be deleted, or a catalogue that is
+ * wrong. A note is normal after a power cut, or mended by the next mount without loss.
  */
 struct FindingKind {
     const char* code;
@@ -31,34 +30,33 @@ constexpr FindingKind no_file_system = {"no-file-system", true,
 
 constexpr FindingKind unreadable = {
     "unreadable", true, "a recording that no player opens",
-    "copy it off first if it matters, the library deletes what it cannot read"};
+    "copy it off first if it matters, as the library deletes what it cannot read"};
 constexpr FindingKind read_failed = {"read-failed", true, "a recording that the system fails to read",
-                                     "see its permissions, or try another card reader, no mount deletes it"};
+                                     "check its permissions or try another card reader, no mount deletes it"};
 constexpr FindingKind footage_lost = {
-    "footage-lost", true, "damage in an unfinished recording, footage behind it",
+    "footage-lost", true, "damage in an unfinished recording, with footage behind it",
     "copy it off before the next mount, which ends the recording at the damage"};
 constexpr FindingKind frame_damaged = {"frame-damaged", true, "frames that are damaged or cannot be read",
-                                       "nothing mends it, the other frames play"};
+                                       "nothing mends it, but the other frames play"};
 constexpr FindingKind frame_order = {"frame-order", true, "frames that do not follow each other in the file",
-                                     "nothing mends it, a copy of the file is the best there is"};
+                                     "nothing mends it, but a copy of the file keeps what there is"};
 constexpr FindingKind no_key_frame = {"no-key-frame", true,
                                       "a recording that does not begin with a key frame",
-                                      "nothing mends it, it plays from its first key frame on"};
+                                      "nothing mends it, but it plays from its first key frame on"};
 constexpr FindingKind wrong_name = {"wrong-name", true, "a recording's name with a wrong separator",
                                     "copy it off and give it a name of its own"};
 constexpr FindingKind interrupted = {"interrupted", false, "a recording that was not finished",
-                                     "the library when it next opens it, or --repair, finishes it",
+                                     "--repair finishes it, or the library when it next opens it",
                                      "the recording was finished"};
 constexpr FindingKind stub = {"stub", false, "a recording cut short before its first whole frame",
                               "the next mount deletes it"};
-constexpr FindingKind empty = {"empty", false, "a recording of 0 bytes, which never got a frame",
-                               "it holds nothing, a mount deletes it unless the index lists it"};
-constexpr FindingKind near_name = {"near-name", false,
-                                   "a name that looks like that of a recording and is none",
+constexpr FindingKind empty = {"empty", false, "a recording of 0 bytes, without a frame",
+                               "it holds nothing, and a mount deletes it unless the index lists it"};
+constexpr FindingKind near_name = {"near-name", false, "a name that is almost that of a recording",
                                    "rename it like Rec_20260305_100000_061_M.mp4 to have it listed"};
 
 constexpr FindingKind entry_differs = {"entry-differs", true, "an index entry that differs from its file",
-                                       "--repair writes the entry anew, no mount does",
+                                       "--repair writes the entry anew, but no mount does",
                                        "the entry was written anew"};
 constexpr FindingKind index_missing = {"index-missing", false,
                                        "a stream with recordings and without an index", index_advice,
@@ -69,8 +67,8 @@ constexpr FindingKind index_torn = {"index-torn", false, "an index whose last en
                                     "the index was written anew"};
 constexpr FindingKind index_item = {"index-item", false, "an index entry with a damaged beginning",
                                     index_advice, "the index was written anew"};
-constexpr FindingKind index_order = {"index-order", false, "index entries not in the order of their start",
-                                     "it does no harm, --repair sorts them", "the entries were sorted"};
+constexpr FindingKind index_order = {"index-order", false, "index entries not in the order of their starts",
+                                     "it does no harm, and --repair sorts them", "the entries were sorted"};
 constexpr FindingKind index_duplicate = {"index-duplicate", false,
                                          "a second index entry for the same recording", index_advice,
                                          "the second entry was dropped"};

@@ -1,5 +1,4 @@
-/** The index files of a card: the catalogue of a stream as the library keeps it. Reads and writes them on its
- * own. */
+/** The index files of a card, each the catalogue of a stream: reads and writes them without the library. */
 #ifndef TOOLS_CHECK_INDEX_H
 #define TOOLS_CHECK_INDEX_H
 
@@ -16,7 +15,7 @@ struct IndexFile {
     size_t torn_bytes = 0;               /**< behind the last whole item */
     std::vector<_ifs_rec_file_> entries; /**< of all sound items, in the order of the file */
 
-    /** Whether the library takes it. One damage, and it ignores the whole file. */
+    /** Whether the library takes it. It ignores the whole file for any damage. */
     bool loads() const { return exists && header_fits && damaged_items == 0 && torn_bytes == 0; }
 };
 

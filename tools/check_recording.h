@@ -44,8 +44,7 @@ struct Inspection {
 /** Look at every frame's header and place. A file that is no regular one counts as unreadable. */
 Inspection inspect_recording(const std::string& path);
 
-/** Finish an interrupted recording, as the library does when it opens it. Success shows in another
- * inspection. */
+/** Finish an interrupted recording, as the library does. Another inspection shows whether it succeeded. */
 void finish_recording(const std::string& path);
 
 #endif

@@ -57,10 +57,10 @@ struct PlayOptions {
 /** @return ok or interrupted */
 ExitCode play(const Context& context, const PlayOptions& options);
 
-/** Tell what is wrong on the card. @param repair  mend what can be mended. @return ok, problem */
+/** Report what is wrong on the card. @param repair  mend what can be mended. @return ok or problem */
 ExitCode check_card(const Context& context, bool repair);
 
-/** What the command's help says about its findings and results. */
+/** The part of the command's help on its findings and results. */
 std::string check_footer();
 
 struct ExportOptions {

@@ -30,8 +30,8 @@ void create_card(const Context& context, const std::string& size)
     if (bytes < useful_bytes)
         std::fprintf(
             stderr,
-            "ifsctl: this card is small: from %d MiB free on downwards the oldest recordings are deleted, "
-            "and a new one needs %d MiB\n",
+            "ifsctl: this card is small: below %d MiB free the oldest recordings are deleted, and a new one "
+            "needs %d MiB\n",
             IFS_OVERLAP_FREE_MIB, IFS_CREATE_FREE_MIB);
     if (context.json)
         context.results.write(nlohmann::json{{"card", context.card_path}, {"size_bytes", bytes}});

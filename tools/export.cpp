@@ -30,9 +30,9 @@ std::vector<_ifs_rec_file_> find_footage(_ifs_stream_type_ stream, int64_t from_
                                                    " recording of that time; list shows what there is");
     for (const _ifs_rec_file_& recording : recordings) {
         if (!same_format(recording, recordings.front()))
-            throw Failure(ExitCode::bad_media, "picture or sound change their format at " +
+            throw Failure(ExitCode::bad_media, "picture or sound changes its format at " +
                                                    time_text(start_seconds(recording)) +
-                                                   "; export what lies before and after on its own");
+                                                   "; export the parts before and after it one by one");
     }
     return recordings;
 }
@@ -128,7 +128,7 @@ ExitCode export_clip(const Context& context, const ExportOptions& options)
     int64_t to_ms = parse_end_time(options.to);
     _ifs_stream_type_ stream = parse_stream(options.stream);
     if (to_ms <= from_ms)
-        throw Failure(ExitCode::usage, "--to must lie behind --from");
+        throw Failure(ExitCode::usage, "--to must be later than --from");
     check_not_on_card(context.card_path, options.file);
     PartFile file(options.file);
 

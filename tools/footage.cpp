@@ -47,8 +47,7 @@ bool Footage::open_first(Frame* frame)
         const _ifs_rec_file_& recording = m_recordings[m_current];
         m_reader = m_open_reader(recording);
         bool read = read_key_frame_before(*m_reader, start_seconds(recording), m_from_ms, frame);
-        // The first frame of a recording may come up to a second after its start; until then the one before
-        // goes on.
+        // A recording's first frame may come up to a second after its start. The one before goes on so long.
         if (m_current == 0 || (read && frame->time_ms <= m_from_ms))
             return read;
         --m_current;

@@ -17,8 +17,7 @@ class Footage
 {
 public:
     /**
-     * @param recordings  of one stream, in the order of their start, as a search from from_ms to to_ms gives
-     * them
+     * @param recordings  of one stream, as a search from from_ms to to_ms gives them
      * @param to_ms       frames at or after this time are left out
      */
     Footage(std::vector<_ifs_rec_file_> recordings, int64_t from_ms, int64_t to_ms, OpenReader open_reader);

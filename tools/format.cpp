@@ -27,8 +27,7 @@ void ask(const std::string& card_path)
         throw Failure(ExitCode::refused, "the card was left as it is; answer yes to erase it");
 }
 
-/** Number of files and folders in the card's folder. The card is not mounted, which hides it from readdir().
- */
+/** Number of files and folders in the card's folder, which readdir() hides while it is not mounted. */
 int64_t count_files(const std::string& folder)
 {
     struct dirent64** entries = nullptr;

@@ -28,8 +28,8 @@ public:
 };
 
 /**
- * Open a recording the way a camera's player does, through the library. It tells the time of an audio frame
- * in whole seconds; the frame is given that of the picture before it.
+ * Open a recording the way a camera's player does, through the library, which gives the time of an audio
+ * frame in whole seconds only. So such a frame gets the time of the picture before it.
  *
  * Throws Failure (failed).
  */

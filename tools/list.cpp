@@ -9,8 +9,7 @@
 namespace
 {
 
-/** What starts in the second of a time still belongs to a range that ends there; a day ends before the next.
- */
+/** A range that ends at a time holds what starts in its second; one that ends with a day does not. */
 int64_t last_second(const std::string& end)
 {
     return parse_end_time(end) / 1000 - (is_date(end) ? 1 : 0);

@@ -18,8 +18,8 @@ namespace
 
 constexpr const char* footer = R"(
 Times are local, like 2026-03-05T10:00:00, or carry their zone, like
-2026-03-05T10:00:00+01:00. A date alone is the begin of its day, after --to its
-end.
+2026-03-05T10:00:00+01:00. A date alone stands for the beginning of that day,
+after --to for its end.
 Results go to standard output, everything else to standard error.
 
 Exit codes:
@@ -61,7 +61,7 @@ struct Options {
     std::function<ExitCode(const Context&)> command;
 };
 
-/** Add a command. @param notes  what its help says behind its options, lines with an end */
+/** Add a command. @param notes  what its help says behind its options, each line with its end */
 CLI::App* add_command(CLI::App& app, const char* name, const char* purpose, const std::string& notes = "")
 {
     CLI::App* command = app.add_subcommand(name, purpose);
@@ -119,10 +119,9 @@ void define_record(CLI::App& app, RecordOptions& options, Options& all)
 void define_queries(CLI::App& app, Options& options)
 {
     CLI::App* list = add_command(app, "list", "List recordings",
-                                 "With --json, an array; of each recording: start, end, duration_s, stream,\n"
-                                 "size_bytes (of the file, as check has it; null: no file), width, height,\n"
-                                 "frame_rate, audio (null: none; else codec, profile, sample_rate_hz,\n"
-                                 "channel_conf), file.\n");
+                                 "With --json, an array with start, end, duration_s, stream, size_bytes (of\n"
+                                 "the file; null: no file), width, height, frame_rate, audio (null: none;\n"
+                                 "else codec, profile, sample_rate_hz, channel_conf) and file of each.\n");
     list->add_option("--from", options.list.from, "Leave out what ends before")->type_name("TIME");
     list->add_option("--to", options.list.to, "Leave out what starts after")->type_name("TIME");
     list->add_option("--stream", options.list.stream, "main or sub (default: both)")->type_name("STREAM");
@@ -165,7 +164,7 @@ void define_play(CLI::App& app, PlayOptions& options, Options& all)
 void define_export(CLI::App& app, ExportOptions& options, Options& all)
 {
     CLI::App* command = add_command(app, "export", "Copy a time span into one MP4 file");
-    command->add_option("--from", options.from, "Begin; the clip starts at the key frame before")
+    command->add_option("--from", options.from, "Start; the clip begins at the key frame before it")
         ->required()
         ->type_name("TIME");
     command->add_option("--to", options.to, "End")->required()->type_name("TIME");
@@ -182,7 +181,7 @@ void define_check(CLI::App& app, Options& options)
     CLI::App* command = add_command(app, "check", "Report what is wrong on the card, without changing it",
                                     check_footer() + "\n\n");
     command->add_flag("--repair", options.repair,
-                      "Mend what can be mended at no loss: finish\nrecordings, write the index files anew");
+                      "Mend what can be mended without loss: finish\nrecordings, write new index files");
     command->callback([&options] {
         options.command = [&options](const Context& context) { return check_card(context, options.repair); };
     });
@@ -191,7 +190,8 @@ void define_check(CLI::App& app, Options& options)
 void define_help(CLI::App& app, Options& options)
 {
     CLI::App* command = add_command(app, "help", "Describe a command");
-    command->add_option("COMMAND", options.topic, "Its name; without it, the whole tool")->type_name("");
+    command->add_option("COMMAND", options.topic, "Command to describe (default: the whole tool)")
+        ->type_name("");
 }
 
 /** An empty value is a script's variable that was never set, not a wish for the default. */
@@ -215,7 +215,7 @@ void define_command_line(CLI::App& app, Options& options)
         ->option_text("FOLDER")
         ->envname("IFS_CARD");
     app.add_flag("--json", options.json, "Results as JSON");
-    app.add_flag("-v,--verbose", options.verbose, "Show the library's own lines");
+    app.add_flag("-v,--verbose", options.verbose, "Show the library's messages, too");
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.footer(footer);

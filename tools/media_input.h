@@ -33,7 +33,7 @@ struct MediaFrame {
 class MediaInput
 {
 public:
-    /** Open an input, a path or a URL. Throws Failure (bad_media): it says what is wrong with it. */
+    /** Open an input, a path or a URL. Throws Failure (bad_media), which says what is wrong with it. */
     explicit MediaInput(const std::string& name);
     ~MediaInput();
 

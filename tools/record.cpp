@@ -29,7 +29,7 @@ void wait_for_room()
         if (main_count + sub_count == 0 || interrupted() || std::chrono::steady_clock::now() > deadline)
             return;
         if (!told)
-            std::cerr << "ifsctl: the card is full, waiting until the oldest recordings have been deleted\n";
+            std::cerr << "ifsctl: the card is full; waiting until the oldest recordings are deleted\n";
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
 }

@@ -11,16 +11,15 @@
 class Results
 {
 public:
-    /** @param verbose  show the library's lines. Throws Failure (failed) when the system is out of
-     * descriptors. */
+    /** Throws Failure (failed) when no descriptor is free. @param verbose  show the library's messages */
     explicit Results(bool verbose);
     ~Results();
     Results(const Results&) = delete;
     Results& operator=(const Results&) = delete;
 
     /**
-     * Write text as it is. What a pipe's reader no longer wants is dropped. Throws Failure (failed) when it
-     * cannot be written.
+     * Write text as it is. What a pipe's reader no longer wants is dropped. Throws Failure (failed) on an
+     * error.
      */
     void write(const std::string& text);
     void write(const nlohmann::json& document);

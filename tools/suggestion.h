@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-/** The name next to a word: one that begins with it, or that few typing errors turn into it. Empty: none is
- * near. */
+/** The name that a word was meant to be: one that begins with it, or differs by few letters. Empty: none. */
 std::string closest_name(const std::string& word, const std::vector<std::string>& names);
 
 #endif

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-/** Columns of the terminal behind a descriptor; 0 when it is none, or keeps its size to itself. */
+/** Columns of the terminal behind a descriptor; 0 when it is none, or its size is not known. */
 size_t terminal_columns(int fd);
 
 #endif

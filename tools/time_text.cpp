@@ -112,7 +112,7 @@ int64_t one_local_instant(const std::string& text, const struct tm& clock)
 void check_range(const std::string& text, int64_t seconds)
 {
     if (seconds < min_time_s || seconds > max_time_s)
-        reject(text, "lies outside of 1970-01-01 to 2038-01-19, the times that a card can hold");
+        reject(text, "is not between 1970-01-01 and 2038-01-19, the times that a card can hold");
 }
 
 std::string clock_text(const struct tm& clock, const char* fraction)

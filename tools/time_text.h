@@ -15,16 +15,16 @@ constexpr int64_t max_time_s = INT32_MAX;
 
 /**
  * Read a time: YYYY-MM-DD, alone or followed by T or a blank and HH:MM[:SS[.fff]], then Z, +HH:MM, -HH:MM or
- * nothing for local time. A date alone is the begin of its local day.
+ * nothing for local time. A date alone is the beginning of its local day.
  *
- * Throws Failure (usage): not of this form, no such time or zone, a local time that occurs twice, or outside
- * of 1970 to 2038.
+ * Throws Failure (usage): not of this form, no such time or zone, a local time that occurs twice, or not in
+ * 1970 to 2038.
  *
  * @return milliseconds
  */
 int64_t parse_time(const std::string& text);
 
-/** As parse_time(), for the end of a range: a date alone is the end of its day, the begin of the next. */
+/** As parse_time(), for the end of a range: a date alone is the end of its day. */
 int64_t parse_end_time(const std::string& text);
 
 /** Whether a text that parse_time() takes is a date alone. */

@@ -1,4 +1,4 @@
-/** What ifsctl answers to a call for help, and to a command line that it does not understand. */
+/** What ifsctl prints for a call for help, and for a command line that it does not understand. */
 #ifndef TOOLS_USAGE_H
 #define TOOLS_USAGE_H
 
@@ -13,8 +13,7 @@ class ParseError;
 /** Print the help of a command. @param topic  its name; empty: the help of ifsctl */
 void show_help(const CLI::App& app, const std::string& topic);
 
-/** The sentence about a command line that could not be parsed: what is wrong, and what was meant or where
- * help is. */
+/** What is wrong with a command line that could not be parsed, and what was meant or where help is. */
 std::string usage_error(const CLI::App& app, const CLI::ParseError& error);
 
 #endif

@@ -44,7 +44,7 @@ def pictures(path, stream="v"):
 
 
 def make_input(name, size):
-    """LENGTH_S seconds of picture and tone; the brightness tells the second."""
+    """LENGTH_S seconds of picture and tone; the brightness shows the second."""
     ffmpeg("-f", "lavfi", "-i", f"nullsrc=size={size}:rate=10:duration={LENGTH_S},geq=lum='16+20*floor(T)':cb=128:cr=128",
            "-f", "lavfi", "-i", f"sine=sample_rate=16000:duration={LENGTH_S}",
            "-c:v", "libx264", "-preset", "ultrafast", "-tune", "zerolatency", "-g", "10", "-pix_fmt", "yuv420p",
