@@ -36,8 +36,7 @@ public:
 constexpr char MAIN_INDEX[] = "system_index_main";
 constexpr char SUB_INDEX[] = "system_index_sub";
 
-/** Search the main stream of the mounted card and fetch the results in portions. @return how many there are
- */
+/** Search the mounted card's main stream and fetch the results in portions. @return their number */
 size_t Search(time_t begin, time_t end);
 
 constexpr time_t FIRST_START = 1778328000; ///< 2026-05-09 12:00:00 UTC

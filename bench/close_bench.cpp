@@ -35,8 +35,7 @@ Run Close_ours(const std::string& folder, int recordings, const std::shared_ptr<
     };
 }
 
-/** What the container does for a close: the library asks it for a flush, to describe the file, and for the
- * end. */
+/** What the container does when the library closes a recording: flush, describe, close. */
 Run Close_limit(const std::string& folder, const std::shared_ptr<Media>& media)
 {
     Make_full_card(folder, 0, Order::CREATION, "");

@@ -3,8 +3,8 @@
  * when callgrind runs it, instructions.
  *
  * Usage: count_bench MEDIA_FOLDER WORK_FOLDER RESULTS calls|instructions|growth
- * RESULTS gets a line "NAME VALUE" a count. Instructions are callgrind's to tell: it dumps them under such
- * names.
+ * RESULTS gets a line "NAME VALUE" a count. Instructions are counted by callgrind,
+ * whose dumps have the same names.
  */
 #include <malloc.h>
 #include <unistd.h>

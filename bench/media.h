@@ -1,5 +1,4 @@
-/** Encoded frames to measure with: elementary streams of real video and sound, split as a camera hands them
- * over. */
+/** Encoded frames to measure with: real video and sound, split as a camera delivers them. */
 #ifndef BENCH_MEDIA_H
 #define BENCH_MEDIA_H
 
@@ -34,8 +33,10 @@ struct Media {
 /** Throw std::runtime_error unless a condition holds. */
 void Require(bool condition, const char* what);
 
-/** Load FOLDER/NAME.h264 (Annex B, 25 frames per second, access unit delimiters) and FOLDER/NAME.aac (ADTS,
- * 16 kHz). */
+/**
+ * Load FOLDER/NAME.h264 (Annex B with access unit delimiters, 25 frames per second) and FOLDER/NAME.aac
+ * (ADTS, 16 kHz).
+ */
 Media Load_media(const std::string& folder, const std::string& name);
 
 /** Begin a recording of the main stream. @return its handle */

@@ -57,8 +57,7 @@ void Record(const Media& media, time_t start, int length_s)
     Ifsi_close(fd, nullptr);
 }
 
-/** A mounted card with the minutes to play and recordings of 1, 10, 30 and 60 minutes, made at its first use.
- */
+/** A mounted card with the minutes to play and recordings of 1, 10, 30 and 60 minutes; made at first use. */
 std::shared_ptr<Card> Card_with_recordings(const Folders& folders)
 {
     const std::string folder = folders.disk + "/playback";

@@ -1,5 +1,5 @@
 /**
- * Records elementary streams again and again, a file a minute, and tells the processor time that took.
+ * Records elementary streams again and again, a file a minute, and prints the processor time that took.
  *
  * Usage: record_bench CARD_FOLDER MEDIA_FOLDER MEGABYTES
  */

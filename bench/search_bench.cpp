@@ -24,8 +24,7 @@ struct Range {
     time_t end;
 };
 
-/** The same ranges for both: all of them this long, within the catalogue's time, none aligned to a recording.
- */
+/** The ranges for both: all this long, within the catalogue's time, none aligned to a recording. */
 std::vector<Range> Ranges(int recordings, time_t length_s)
 {
     const time_t span_s = recordings / 2 * RECORDING_S;

@@ -1,5 +1,5 @@
 /**
- * Runs in a virtual camera and tells what a mount and a close take of its processor, and the least they take.
+ * Runs in a virtual camera and prints what a mount and a close take of its processor, and the least possible.
  *
  * Usage: target_guest clock TURNS | bare | limit RECORDINGS | mount RECORDINGS | close RECORDINGS
  * RECORDINGS is how many the card holds. All but "limit" leave the card unmounted.

@@ -23,8 +23,7 @@ int Ifsf_format(const char* dev);
 void Ifsf_calculate(unsigned long long total, unsigned long reserved, unsigned long per_cluster,
                     unsigned long* used, unsigned long* fat_sectors, unsigned long* clusters);
 
-/** Write len bytes at a byte offset in one call. @return 0, or -1: not positioned or not all written
- * (reported) */
+/** Write len bytes at a byte offset in one call. @return 0, or -1 (reported): not all written */
 int Ifsf_seek_and_write(int fd, long long offset, unsigned char* data, int len);
 
 #endif

@@ -111,8 +111,8 @@ int Ifsod_lseek_file(int fd, int offset, int whence)
 int Ifsod_remove_file(const char* path)
 {
     // A power cut could bring the name back after a newer recording has taken its clusters, and deleting it
-    // once more would take them from that recording. An open file keeps its clusters until its name is gone
-    // for good.
+    // once more would take them from that recording. While the file is open, it
+    // keeps its clusters; it is closed when its name is gone for good.
     const Owned_fd kept(open(path, O_RDONLY | O_CLOEXEC));
     const int not_kept = kept.valid() ? 0 : errno;
     std::string dir(path);

@@ -50,8 +50,7 @@ std::string real_path(const char* path)
     return real ? real.get() : "";
 }
 
-/** What follows a folder in a path, without the slashes between them; null when the path is not at or below
- * it. */
+/** What follows a folder in a path, without slashes in front; null: the path is not at or below it. */
 const char* below(std::string_view folder, const char* path)
 {
     if (folder.empty() || strncmp(path, folder.data(), folder.size()) != 0)
@@ -100,8 +99,7 @@ std::optional<Geometry> read_geometry(const std::string& path)
     return geometry;
 }
 
-/** The first partition as a kernel takes it from an MBR: cut at the device's end, none when it begins behind
- * it. */
+/** The first partition of an MBR as a kernel sees it: cut at the device's end, none if it begins behind. */
 Window first_partition(const std::uint8_t (&table)[sector_bytes], std::uint64_t device_sectors)
 {
     if (table[510] != 0x55 || table[511] != 0xAA)

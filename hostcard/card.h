@@ -98,7 +98,7 @@ public:
     void umount() { m_volume.reset(); }
 
     /**
-     * Tell how much of a write to a file of the mounted card fits.
+     * Find how much of a write to a file of the mounted card fits.
      *
      * @param size          of the file now
      * @param offset,count  of the write

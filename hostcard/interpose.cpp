@@ -125,9 +125,7 @@ int describe(const struct stat64& file, struct stat* status)
     return 0;
 }
 
-/** Turn a real entry, in its place, into one as the plain call hands it out, its numbers cut where they must
- * be.
- */
+/** Turn a real entry, in its place, into the plain call's, its numbers cut where they must be. */
 struct dirent* plain_entry(struct dirent64* entry)
 {
     if (!entry)

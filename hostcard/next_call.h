@@ -1,7 +1,4 @@
-/**
- * The call that an interposed one stands in front of: the next definition of its name, a sanitizer's or the
- * C library's own.
- */
+/** The call behind an interposed one: the next definition of its name, a sanitizer's or the C library's. */
 #ifndef HOSTCARD_NEXT_CALL_H
 #define HOSTCARD_NEXT_CALL_H
 

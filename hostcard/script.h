@@ -1,5 +1,4 @@
-/** What a test has scripted: faults, free space, listing; and the count of each call. Safe from any thread.
- */
+/** What a test has scripted (faults, free space, listing) and how often each call came. For any thread. */
 #ifndef HOSTCARD_SCRIPT_H
 #define HOSTCARD_SCRIPT_H
 

@@ -1,5 +1,4 @@
-/** A FAT32 volume as its boot record describes it, and the clusters that a folder's files would take on it.
- */
+/** A FAT32 volume as its boot record describes it, and the clusters that a folder's files take on it. */
 #ifndef HOSTCARD_VOLUME_H
 #define HOSTCARD_VOLUME_H
 
@@ -25,8 +24,7 @@ struct Volume {
         return (bytes + cluster_bytes - 1) / cluster_bytes;
     }
 
-    /** Clusters that are free when the volume holds the files and folders below a folder. Walks through it.
-     */
+    /** Clusters that are free beside the files and folders below a folder. Walks through the folder. */
     std::uint64_t free_clusters(const std::string& folder) const;
 
     /** What statfs() reports. */

@@ -36,8 +36,7 @@ int Ifst_create_detached_thread(void* (*start)(void*), void* arg)
     return 0;
 }
 
-// The interface lock was taken by the mount and is released here, in another thread, which the analysis
-// cannot know.
+// The mount took the interface lock in another thread; the analysis does not see that.
 void* Build_rec_file_list_thread(void*) NO_THREAD_SAFETY_ANALYSIS
 {
     IFS_TRACE_TIMED("Build record file list start...\n");

@@ -7,8 +7,7 @@ bool Start_detached_thread(void* (*start)(void*), void* arg);
 /** As Start_detached_thread(), a failure not reported. @return 0 */
 int Ifst_create_detached_thread(void* (*start)(void*), void* arg);
 
-/** Build the catalogue, clear the loading flag, release the interface lock that the mount took. @return null
- */
+/** Build the catalogue, clear the loading flag, release the mount's interface lock. @return null */
 void* Build_rec_file_list_thread(void*);
 
 /** Do that on a worker of its own or, when none can be started, in the calling thread. */

@@ -8,8 +8,8 @@ constexpr int IFS_FRAME_HEAD_BYTES = 32;
 constexpr int IFS_FRAME_FILL_BYTES = 7;
 
 /**
- * Write the frame header that ends at buf + 32, where the payload lies, and fill the payload up with zeros to
- * a multiple of 8 bytes.
+ * Write the frame header that ends at buf + 32, where the payload begins, and fill the payload up to a
+ * multiple of 8 bytes with zeros.
  *
  * @param buf             32 + len bytes, len taken up to a multiple of 8
  * @param type            any value; one that is no frame type gets a header of its own kind and no fill

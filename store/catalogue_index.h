@@ -10,8 +10,8 @@
  * What is known of a stream's sorted list beside its entries, so that neither a search nor a close walks all
  * of it: the latest end in each block of entries. Who changes the list does it here.
  *
- * Without the memory for that there are no blocks, until an addition finds it again: then all of the list is
- * walked.
+ * Without the memory for blocks there are none, until an addition finds it again; meanwhile a walk visits
+ * all of the list.
  */
 class Catalogue_index
 {

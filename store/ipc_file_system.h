@@ -65,8 +65,7 @@ public:
     int Ifs_append_index_file(_ifs_stream_type_ stream, _ifs_rec_file_* rec) REQUIRES(gIfs_interface_lock);
     /** Replace the index file by one that holds list; without entries it is removed and the result is -1. */
     int Ifs_rewrite_index_file(_ifs_stream_type_ stream, Rec_file_list& list) REQUIRES(gIfs_interface_lock);
-    /** Read the index file into list, sorted; one that is missing or damaged anywhere gives none. @return 0
-     */
+    /** Read the index file into list, sorted; a missing or damaged file gives no entry. @return 0 */
     int Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list& list) REQUIRES(gIfs_interface_lock);
 
     /* rebuild.cpp */
@@ -118,8 +117,7 @@ public:
         REQUIRES(gIfs_interface_lock);
     /** @return 0, IFS_CATALOGUE_EMPTY or IFS_NOT_MOUNTED */
     int Ifs_get_latest_rec_time(tm* latest) REQUIRES(gIfs_interface_lock);
-    /** Describe a listed recording as it is now. @return its state, IFS_STILL_WRITTEN to IFS_FILE_UNREADABLE
-     */
+    /** Describe a listed recording as it is now. @return IFS_STILL_WRITTEN to IFS_FILE_UNREADABLE */
     int Ifs_get_recording_file_info(Rec_file_list::iterator& it, _ifs_rec_file_* out)
         REQUIRES(gIfs_interface_lock);
 

@@ -94,8 +94,7 @@ int Ifrf_tm_compare(const tm* t, const tm* start, const tm* end)
     return against_end < 0 ? IFRF_BETWEEN : IFRF_AFTER_END;
 }
 
-/** Call take with each catalogued and then with each running recording that matches a search, and which it
- * is. */
+/** Call take with each catalogued, then with each running recording of a search; its flag: still running. */
 template <typename Take>
 void CIpcFileSystem::For_each_match(_searcher_info_* search, Take take)
 {

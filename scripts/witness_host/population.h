@@ -31,8 +31,7 @@ public:
     void be_orderly() { m_orderly = true; }
     /** A time moved by seconds, normalised. */
     static tm moved(const tm& t, long long seconds);
-    /** An end for a recording that starts then: seconds later as a rule, rarely in front of it or years
-     * ahead. */
+    /** An end for a recording that starts then: mostly seconds later, rarely before it or years ahead. */
     tm end_of(const tm& start, int seconds);
 
 private:

@@ -16,8 +16,7 @@ std::string text(const tm& t);
 /** All fields of a catalogue entry. */
 std::string text(const _ifs_rec_file_& rec);
 
-/** Clear what no value of a time is and may differ from process to process: the zone's name and the padding.
- */
+/** Clear what may differ from process to process though times are equal: the zone's name and the padding. */
 void clear_pointer_and_padding(tm& t);
 
 constexpr uint64_t checksum_of_nothing = 0xcbf29ce484222325;

@@ -88,8 +88,7 @@ std::vector<size_t> box_boundaries(const std::string& bytes);
 
 /** Run a command. @return what it printed, its messages included */
 std::string run(const std::string& command);
-/** What ffprobe says of a file: "codec,width,height" or "codec,rate,channels" for each stream, the duration.
- */
+/** What ffprobe prints: for each stream "codec,width,height" or "codec,rate,channels", and the duration. */
 std::string probe(const std::string& path);
 /** Decode all with ffmpeg. @return "N" video frames, with its messages in front */
 std::string decode(const std::string& path);

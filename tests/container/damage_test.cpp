@@ -60,8 +60,7 @@ Frames read_damaged(const std::string& path)
     return frames;
 }
 
-/** Flip bits of the sample sizes; nothing else than these frames may come. @return frames that one costs at
- * most */
+/** Flip bits of the sample sizes; only these frames may come. @return the most frames that one costs */
 size_t most_lost(const std::string& path, const Frames& frames)
 {
     const std::string bytes = load(path);

@@ -12,8 +12,7 @@ namespace faults
 void fail_write(int nth, bool once);
 /** Let writes and reservations succeed without doing anything. */
 void discard_writes(bool discard);
-/** Let reads fail (EIO) that reach past an offset, as where a cluster chain ends too early. Negative: none.
- */
+/** Let reads past an offset fail (EIO), as where a cluster chain ends too early. Negative: none. */
 void fail_reads_past(int64_t offset);
 /** Lengths of the writes, and 0 for each sync, since the last call. */
 std::vector<uint64_t> take_calls();

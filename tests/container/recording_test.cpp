@@ -221,8 +221,7 @@ TEST(Recording, FileEndsBeforeTwoGibibytesOrTooLargeTablesAndIsClosed)
         recording.flush();
         faults::discard_writes(true);
         faults::take_calls();
-        // Small frames at odd times with headers that change are all tables. Large raw ones are not looked
-        // into.
+        // Small frames at odd times whose headers change are all tables. Large raw ones are not parsed.
         Frame frame{KT_MP4_AUDIO, "\xff\xf1\x50\x40\x01\x1f\xfc!", 1000};
         for (size_t size : {8, 1 << 20, 1 << 16, 1 << 12}) {
             if (size > 8)

@@ -187,8 +187,7 @@ void FormatDocument::Check_frames(const std::string& name)
     Ifsi_close(fd, nullptr);
 }
 
-/** Frames of a recording of which only the first bytes reached the card, and its size after the next mount.
- */
+/** Check a recording cut after some bytes: the frames that play, and its size after the next mount. */
 void FormatDocument::Check_cuts(const Recording& recording)
 {
     const Words cuts = Take("cuts");

@@ -5,8 +5,7 @@
 namespace
 {
 
-/** A buffer full of ee after a header of a frame was put in, and the offsets and lengths that came with it.
- */
+/** A buffer of ee bytes into which a frame's header was put, and the offsets and lengths that came back. */
 struct Framed {
     std::string buf;
     std::string numbers;

@@ -1,5 +1,4 @@
-/** card_probe FOLDER MAIN_FRAMES SUB_FRAMES: mounts a virtual card and reports what it holds, see
- * card_report.h. */
+/** card_probe FOLDER MAIN_FRAMES SUB_FRAMES: mounts a virtual card and prints a card_report.h of it. */
 #include <cstdio>
 
 #include "hostcard.h"

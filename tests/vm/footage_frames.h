@@ -1,5 +1,4 @@
-/** Frames that tell where they belong: real footage, each video frame marked with its recording and number.
- */
+/** Frames that show where they belong: real footage, each picture marked with its recording and number. */
 #ifndef IFS_TESTS_VM_FOOTAGE_FRAMES_H
 #define IFS_TESTS_VM_FOOTAGE_FRAMES_H
 

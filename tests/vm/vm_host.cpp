@@ -338,8 +338,7 @@ bool Play(const Args& args)
 
 /* ---- Queries ---- */
 
-/** list STREAM FILE: a line for each recording that a search over all times finds: file name, length in s,
- * size */
+/** list STREAM FILE: a line for each recording that a search over all times finds: name, seconds, size */
 bool List(const Args& args)
 {
     tm from = Utc_time(0);
