@@ -37,9 +37,7 @@ private:
 /** Write all bytes at an offset. @return false on an error (errno); part of them may have been written */
 bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset);
 
-/** Take back a write that failed. Bytes that even that leaves are overwritten by the next write there. errno
- * stays.
- */
+/** Take back a write that failed. The next write there overwrites what is left of it. errno stays. */
 void discard_from(int fd, uint64_t offset);
 
 std::string folder_of(const char* path);

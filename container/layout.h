@@ -76,10 +76,9 @@ constexpr size_t max_start_bytes = 65536;
 /** Append ftyp, free and the moov without samples. */
 void put_file_start(Bytes& out, const Movie& movie);
 
-/** So many bytes of a fragment tell its time. */
+/** Bytes at a fragment's front that give its time. */
 constexpr size_t fragment_head_bytes = 68;
-/** @param head  that many bytes. @return decode time of its first sample, ms; nothing: it begins otherwise
- */
+/** @param head  these bytes. @return decode time of the first sample, ms; none: they are not a fragment's */
 std::optional<uint64_t> fragment_time(const uint8_t* head);
 
 /** Append the moov box with all samples, whose last ones get their duration. */

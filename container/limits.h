@@ -20,8 +20,8 @@ constexpr uint64_t max_table_bytes = 32 << 20;
 constexpr uint64_t max_fragment_table_bytes = 128 << 10;
 
 /**
- * A recording whose tables are larger is not finished by a look at it, which has to do with 1 MiB of memory,
- * but when it is played: 9 to 60 minutes.
+ * A look at a recording uses at most 1 MiB of memory. So it finishes only what has tables of up to this size,
+ * 9 to 60 minutes of footage; a longer recording is finished when it is played.
  */
 constexpr uint64_t max_probe_table_bytes = 448 << 10;
 

@@ -358,8 +358,7 @@ bool Reader::has_fragment_at(uint64_t pos, uint64_t payload)
            pos + be32(moof) + sizeof moof == payload;
 }
 
-/** Take the sizes of a chunk's samples from the fragment they were written in. @return false: it is damaged
- */
+/** Take the sizes of a chunk's samples from their fragment. @return false: it is damaged */
 bool Reader::restore_sizes(int track)
 {
     Tables& tables = m_movie.tables;

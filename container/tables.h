@@ -58,8 +58,7 @@ private:
     Bytes m_bits; /**< 0 behind the last frame */
 };
 
-/** What the standard tables cannot say about a recording: exact timestamps, ADTS headers, order of writing.
- */
+/** What the standard tables do not hold of a recording: exact timestamps, ADTS headers, order of writing. */
 struct ExactTables {
     std::vector<Anchor> anchors[track_count];
     std::vector<AdtsRun> headers;
@@ -271,8 +270,7 @@ public:
     void next();
     /** Step to a sample that lies behind this one, or to the end. */
     void skip_to(uint32_t sample);
-    /** @return at the first sample, from this one on, that is shown so far behind begin, or else at the end
-     */
+    /** @return at the first sample, from this one on, that is shown so far behind begin, or at the end */
     TrackCursor find(uint64_t begin_ms, uint64_t distance_ms) const;
     /** The same for the first sample that is decoded at a time or later. */
     TrackCursor find_decoded(uint64_t time_ms) const;

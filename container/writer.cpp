@@ -35,8 +35,7 @@ int32_t distance_ms(uint32_t from, uint32_t to)
     return static_cast<int32_t>(to - from);
 }
 
-/** Pass over a frame in front of the parameter sets: not refused, but the host can see why nothing is
- * written. */
+/** Drop a frame in front of the parameter sets. It is not refused, but errno says that nothing is written. */
 bool drop()
 {
     errno = ENODATA;
@@ -137,8 +136,7 @@ bool Writer::start(const Pieces& frame, uint32_t timestamp)
 
 /**
  * The time of a frame. It follows the timestamps, the wrap at 2^32 included. Where they step back for another
- * reason than the order of B frames, the track goes on without a gap, beside the other track if that jumped
- * too.
+ * reason than the order of B frames, the track goes on without a gap, beside the other one if that jumped.
  */
 uint64_t Writer::place(int track, uint32_t timestamp, bool reordered) const
 {
@@ -299,8 +297,7 @@ void Writer::secure(uint64_t end)
 /**
  * Make durable what was written. A size must not reach the card before the allocation of all that it counts,
  * or a power cut leaves clusters in the file that are free for the next one. So what will probably be written
- * until the next sync is reserved before this one. Without reservations the allocation takes a sync of its
- * own.
+ * until the next sync is reserved before this one. Where that is not possible, the allocation gets a sync.
  */
 bool Writer::sync()
 {

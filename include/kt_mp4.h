@@ -39,9 +39,8 @@ enum {
     KT_MP4_READ = 1,   /**< play an existing file from its first frame */
     KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
     /** Open an existing file for kt_mp4_getinfo() only, in at most 1 MiB of memory; reads no payload of a
-       finished one. A file that is there and cannot be read at the moment (an I/O error, no free descriptor),
-       or not by this version, opens with a description that is all 0: who then drops what is no recording
-       keeps it. */
+       finished one. A file that cannot be read now (an I/O error, no free descriptor), or not by this
+       version, opens too, with a description that is all 0: it may be a recording; do not delete it. */
     KT_MP4_PROBE = 4
 };
 
@@ -69,25 +68,25 @@ typedef struct kt_mfile_info_t {
 /**
  * Open a file for reading or probing, or create one.
  *
- * The seven picture and audio values describe a file that is created and are 0 otherwise.
+ * The seven picture and audio values describe a file to create; otherwise they are 0.
  * A created file stays at 0 bytes until the first key frame with its parameter sets arrives. It is locked
  * (flock) while it is written.
  *
- * A recording that was interrupted opens with all that reached the file whole, of a torn first fragment its
- * whole frames. If the file can be read to its end and written and nobody records into it, it is turned into
- * a finished one on the way; no frame in it is overwritten. KT_MP4_PROBE leaves a long one to KT_MP4_READ.
- * A file that is being recorded opens with what was flushed; reading on at its end takes in what was flushed
- * later. A file of 0 bytes opens as a recording without frames, all of its description 0.
+ * An interrupted recording opens with every fragment that reached the file whole, and with the whole frames
+ * of a torn first one. Opening finishes it, if the file can be read to its end and written and nobody records
+ * into it; no frame in it is overwritten. KT_MP4_PROBE leaves a long one to KT_MP4_READ. A file that is being
+ * recorded opens with what was flushed; a read at its end goes on with what was flushed later. A file of 0
+ * bytes opens as a recording without frames, all of its description 0.
  *
  * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
  * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.
  *
  * @param path  full path; copied
- * @param frame_rate     frames per second; tells how long the last frame lasts, 40 ms when out of 1 to 1000
- * @param audio_profile  kept and given back. Raw frames are taken for AAC LC of the given rate and channels;
- *                       ADTS headers overrule all three.
+ * @param frame_rate     frames per second, from 1 to 1000; with any other value the last frame lasts 40 ms
+ * @param audio_profile  kept and given back. Raw frames count as AAC LC of the given rate and channels; the
+ *                       values of ADTS headers replace all three.
  * @param mode  KT_MP4_READ, KT_MP4_CREATE or KT_MP4_PROBE
- * @param have_audio  0: no audio frame will be accepted
+ * @param have_audio  0: audio frames are refused
  * @param reserved1,reserved2  320 and 0; ignored
  * @return a handle that kt_mp4_close() releases, or NULL: the path exists (EEXIST, create) or does not
  *         (ENOENT), it is no MP4 file or too damaged (EBADMSG), of another version or too large to be played
@@ -99,15 +98,15 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
                   int reserved1, int reserved2);
 
 /**
- * Append one frame to a created file. Its bytes are data1 followed by data2; either may be empty.
+ * Append one frame to a created file. The frame's bytes are data1 followed by data2; either may be empty.
  *
  * Frames in front of the first key frame that has its parameter sets (SPS and PPS) are dropped, with result
- * 0 and errno ENODATA. Frames are collected and written in one piece at each key frame, at latest after 2 s
- * or 1 MiB, and made durable at least every 5 s of their own time.
+ * 0 and errno ENODATA. Frames are collected and written in one piece at each key frame, after 2 s or 1 MiB at
+ * the latest, and made durable at least every 5 s of their own time.
  *
  * @param kind       KT_MP4_VIDEO_KEY, KT_MP4_VIDEO_OTHER or KT_MP4_AUDIO
- * @param timestamp  ms; may step back or wrap. Timestamps are given back exactly. Where they step back, for
- *                   another reason than B frames, the duration goes on as if a frame's time had passed.
+ * @param timestamp  ms; may step back or wrap, and is given back exactly. Where it steps back for another
+ *                   reason than B frames, the duration goes on as if a frame's time had passed.
  * @return 0, or negative: not a created file (EBADF), a bad argument or audio in a file without (EINVAL), no
  *         Annex B start code in front, not H.264 or not one AAC access unit (EILSEQ), the file would pass
  *         2 GiB - 1 or its tables 32 MiB (EFBIG), the card is full (ENOSPC), another I/O error. The frame is

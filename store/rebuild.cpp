@@ -135,8 +135,7 @@ bool CIpcFileSystem::Is_being_recorded(const char* name)
 
 /**
  * Put the index entries whose files the scan has found into the catalogue, in front of the recordings that it
- * probed: of those that start in the same second, the index entries were found first, in the order of the
- * index.
+ * probed. So of those that start in the same second the index entries come first, in the index's order.
  */
 void CIpcFileSystem::Publish_found(_ifs_stream_type_ stream)
 {

@@ -427,8 +427,7 @@ bool Record_pair(const Footage& main_footage, const Footage& sub_footage, time_t
     return done;
 }
 
-/** pairs MAIN_FRAMES SUB_FRAMES START COUNT SECONDS: pairs of recordings, main and sub at once, a minute
- * apart */
+/** pairs MAIN_FRAMES SUB_FRAMES START COUNT SECONDS: pairs of main and sub recordings, a minute apart */
 bool Pairs(const Args& args)
 {
     const Footage main(args[0]);
@@ -523,8 +522,7 @@ const std::map<std::string, Step> k_steps = {
 
 } // namespace
 
-/* What the library and the container call is marked on the way, and sleeps are short, while writes are
- * logged. */
+/* While writes are logged, calls of the library and the container are marked, and sleeps are short. */
 extern "C" {
 
 int fdatasync(int fd)
