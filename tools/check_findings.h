@@ -34,7 +34,7 @@ constexpr FindingKind unreadable = {
 constexpr FindingKind read_failed = {"read-failed", true, "a recording that the system fails to read",
                                      "check its permissions or try another card reader, no mount deletes it"};
 constexpr FindingKind footage_lost = {
-    "footage-lost", true, "damage in an unfinished recording, with footage behind it",
+    "footage-lost", true, "an unfinished recording that is damaged before its end",
     "copy it off before the next mount, which ends the recording at the damage"};
 constexpr FindingKind frame_damaged = {"frame-damaged", true, "frames that are damaged or cannot be read",
                                        "nothing mends it, but the other frames play"};
