@@ -53,6 +53,7 @@ extern "C" int fallocate(int fd, int mode, off_t offset, off_t size)
 
 extern "C" int fsync(int)
 {
+    calls.push_back(0);
     return 0;
 }
 
