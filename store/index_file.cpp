@@ -32,6 +32,13 @@ public:
     int Get() const { return m_fd; }
     bool Valid() const { return m_fd >= 0; }
     void Reset(int fd) { m_fd = fd; }
+    /** @return its size, or -1 when that is not known */
+    long long Bytes() const
+    {
+        struct stat info {
+        };
+        return fstat(m_fd, &info) == 0 ? info.st_size : -1;
+    }
 
 private:
     int m_fd;
@@ -40,7 +47,7 @@ private:
 constexpr size_t k_block_bytes =
     4096; ///< of a read or write; thousands of small ones take seconds on a camera
 
-constexpr off_t k_most_bytes =
+constexpr long long k_most_bytes =
     IFS_INDEX_MAGIC_BYTES + IFS_INDEX_ITEMS_MOST * (IFS_ITEM_MAGIC_BYTES + IFS_ITEM_BYTES);
 
 /** Reads an index file piece by piece, from the card in blocks. */
@@ -213,10 +220,8 @@ int CIpcFileSystem::Ifs_load_index_file(_ifs_stream_type_ stream, Rec_file_list&
         IFS_ERROR("Ifsod_open_file Failed(%s)\n", fn.c_str());
         return 0;
     }
-    struct stat info {
-    };
-    if (fstat(index.Get(), &info) == 0 && info.st_size > k_most_bytes) {
-        IFS_ERROR("Index file is too large(%s)(%lld)\n", fn.c_str(), static_cast<long long>(info.st_size));
+    if (index.Bytes() > k_most_bytes) {
+        IFS_ERROR("Index file is too large(%s)(%lld)\n", fn.c_str(), index.Bytes());
         return 0;
     }
     Index_reader reader(index.Get());
