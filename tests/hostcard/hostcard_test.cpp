@@ -281,7 +281,8 @@ TEST_F(HostCard, PulledCardFailsInEveryThread)
                 statfs(path.c_str(), &sizes);
             EXPECT_EQ(errno, EIO);
         });
-    usleep(20000);
+    while (hostcard_count(HOSTCARD_WRITE) < 100)
+        std::this_thread::yield();
     hostcard_eject();
     for (std::thread& writer : writers)
         writer.join();

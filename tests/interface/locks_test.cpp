@@ -1,12 +1,13 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <functional>
-#include <map>
 #include <thread>
 
 #include "interface/library_state.h"
@@ -64,6 +65,53 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
     static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
     return g_no_threads ? EAGAIN : next(thread, attributes, start, arg);
 }
+
+/** A call in a thread of its own. */
+class Running_call
+{
+public:
+    explicit Running_call(const std::function<void()>& call)
+        : m_thread([this, call] {
+              m_id = gettid();
+              call();
+              m_returned = true;
+          })
+    {
+    }
+    ~Running_call() { m_thread.join(); }
+
+    /** Wait until it has returned. @return false after a minute */
+    bool Returns() const
+    {
+        return Comes_about([this] { return m_returned.load(); });
+    }
+    /** Wait until it stands still or has returned. @return whether it stands still, as one does that waits
+     * for a lock */
+    bool Waits() const
+    {
+        return Comes_about([this] { return m_returned || Sleeps(); }) && !m_returned;
+    }
+
+private:
+    static bool Comes_about(const std::function<bool()>& event)
+    {
+        const auto limit = std::chrono::steady_clock::now() + 60s;
+        while (!event() && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        return event();
+    }
+    bool Sleeps() const
+    {
+        std::string state;
+        std::getline(std::ifstream("/proc/self/task/" + std::to_string(m_id) + "/stat"), state);
+        return state.find(") S ") != std::string::npos;
+    }
+
+    std::atomic<int> m_id{0};
+    std::atomic<bool> m_returned{false};
+    std::thread m_thread;
+};
 
 class Locks : public CardTest
 {
@@ -134,48 +182,27 @@ TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
         {"Ifsi_set_debug_level", 0, [] { Ifsi_set_debug_level(0); }},
     };
     for (const unsigned held : {i, w, r}) {
-        std::map<std::string, std::atomic<bool>> returned;
-        for (const Call& call : calls) {
-            returned[call.name] = false;
-        }
         for (const Call& call : calls) {
             Lock_of(held)->Tl_lock(nullptr);
-            std::thread thread([&] {
-                call.run();
-                returned[call.name] = true;
-            });
-            const bool waits = (call.locks & held) != 0;
-            for (int ms = 0; ms < (waits ? 30 : 10000) && !returned[call.name]; ++ms) {
-                std::this_thread::sleep_for(1ms);
-            }
-            EXPECT_EQ(returned[call.name], !waits) << call.name << " while lock " << held << " is held";
+            const Running_call running(call.run);
+            EXPECT_TRUE((call.locks & held) != 0 ? running.Waits() : running.Returns())
+                << call.name << " while lock " << held << " is held";
             Lock_of(held)->Tl_unlock(nullptr);
-            thread.join();
         }
     }
 }
 
 TEST_F(Locks, AreTakenInOrder)
 {
-    std::atomic<int> returned{0};
-    const auto start = [&returned](auto call) {
-        return std::thread([&returned, call] {
-            call();
-            ++returned;
-        });
-    };
     pgIfs_read_tl->Tl_lock(nullptr);
-    std::thread close = start([] { Ifsi_close(99, nullptr); });
-    std::this_thread::sleep_for(50ms); // it has the interface and the write lock and waits for the read lock
-    std::thread write = start([] { Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0); });
-    std::thread query = start([] { Ifsi_find_get_count(99); });
-    std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(returned, 0);
+    const Running_call close([] { Ifsi_close(99, nullptr); });
+    EXPECT_TRUE(close.Waits()); // for the read lock, with the interface and the write lock
+    const Running_call write([] { Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0); });
+    const Running_call query([] { Ifsi_find_get_count(99); });
+    EXPECT_TRUE(write.Waits());
+    EXPECT_TRUE(query.Waits());
     pgIfs_read_tl->Tl_unlock(nullptr);
-    close.join();
-    write.join();
-    query.join();
-    EXPECT_EQ(returned, 3);
+    EXPECT_TRUE(close.Returns() && write.Returns() && query.Returns());
 }
 
 TEST_F(Locks, PassFromTheMountToTheRebuildWorker)
@@ -185,24 +212,14 @@ TEST_F(Locks, PassFromTheMountToTheRebuildWorker)
     Ifsi_set_debug_level(IFS_DEBUG_TRACE);
     testing::internal::CaptureStdout();
     flockfile(stdout);
-    std::atomic<bool> mounted{false};
-    std::thread mount([&] {
-        EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0);
-        mounted = true;
-    });
-    mount.join();
-    std::atomic<bool> counted{false};
-    std::thread count([&] {
-        Counts();
-        counted = true;
-    });
-    std::this_thread::sleep_for(50ms);
-    EXPECT_TRUE(mounted);
-    EXPECT_FALSE(counted);
+    const Running_call mount([this] { EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0); });
+    EXPECT_TRUE(mount.Returns());
+    const Running_call count([this] { Counts(); });
+    EXPECT_TRUE(count.Waits());
     EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 1);
     EXPECT_EQ(Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0), -1); // does not wait
     funlockfile(stdout);
-    count.join();
+    EXPECT_TRUE(count.Returns());
     EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 0);
     Ifsi_set_debug_level(0);
     testing::internal::GetCapturedStdout();
