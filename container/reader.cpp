@@ -19,6 +19,8 @@ namespace
 {
 
 constexpr uint8_t start_code[] = {0, 0, 0, 1};
+/** Fragments that are looked for before one frame is returned: no damage needs more, a prepared file may. */
+constexpr uint32_t max_searches = 1000;
 
 /** The parameter sets of a decoder configuration in Annex B; what is damaged is left out. */
 Bytes parameter_sets_of(const Bytes& config)
@@ -365,8 +367,9 @@ bool Reader::restore_sizes(int track)
     TrackCursor& cursor = m_cursors[track];
     const Chunk& chunk = tables.tracks[track].chunks[cursor.chunk()];
     std::vector<uint32_t>& sizes = tables.tracks[track].sizes;
-    if (chunk.count > sizes.size() || cursor.chunk_begin() > sizes.size() - chunk.count)
+    if (m_searches == 0 || chunk.count > sizes.size() || cursor.chunk_begin() > sizes.size() - chunk.count)
         return false;
+    --m_searches;
     auto lies_before = [](const Chunk& pictures, uint64_t begin) { return pictures.offset < begin; };
     const std::vector<Chunk>& pictures = tables.tracks[video_track].chunks;
     auto next = std::lower_bound(pictures.begin(), pictures.end(), chunk.offset, lies_before);
@@ -412,6 +415,7 @@ int Reader::read(int& kind, char* buf, size_t capacity, uint32_t& timestamp)
 {
     if (m_info_only)
         return failure(EBADF);
+    m_searches = max_searches;
     int track = current_track();
     if (track < 0)
         return 0;

@@ -78,6 +78,7 @@ private:
         bool sound = true;
     };
     Checked m_checked[track_count];
+    uint32_t m_searches = 0; /**< for fragments that this read may still make */
     Bytes m_sample;
 
     mutable std::mutex m_info_mutex; /**< guards duration of m_movie.info */
