@@ -210,7 +210,8 @@ void Tables::thin_out()
 void Tables::reserve(const std::array<size_t, list_count>& sizes, uint64_t samples)
 {
     auto size = sizes.begin();
-    each_list(*this, [&](auto& list) { list.reserve(*size++); });
+    // One more for the last duration, which comes when the file is finished.
+    each_list(*this, [&](auto& list) { list.reserve(*size++ + 1); });
     exact.order.make_room(*size);
     reserved_samples = samples;
 }
