@@ -53,6 +53,8 @@ int CIpcFileSystem::Ifs_create(tm* start, int video_system, int video_res, int w
     info.rec.audio_channel_conf = audio_channel_conf;
     info.rec.have_audio = have_audio;
     info.rec.stream_type = stream_type;
+    std::string name;
+    name.reserve(IFS_PATH_BYTES); // so that a lack of memory leaves the name to delete
     auto file = std::make_unique<CIpcRecFile>();
     if (file->Irf_create(Mount_dir(), &info) != 0) {
         IFS_ERROR("Irf_create Failed\n");
@@ -61,7 +63,6 @@ int CIpcFileSystem::Ifs_create(tm* start, int video_system, int video_res, int w
     try {
         m_open_files.Enter(File_use::recording, handle.Get(), file);
     } catch (const std::bad_alloc&) { // the file must not refuse its name to the next try
-        std::string name;
         file->Irf_get_media_fn(name);
         file->Irf_close();
         CIpcRecFile::SIrf_remove_file(Mount_dir(), name.c_str());
