@@ -162,7 +162,9 @@ void each_fragment(Source& source, ParsedMovie& movie, FragmentWalk& walk, Funct
 /** The timestamp of the first frame. */
 uint32_t first_timestamp(const Fragment& first)
 {
-    int track = first.exact.order.track(0);
+    // The order may speak of the other track only: of what is torn then nothing is left of it.
+    const FrameOrder& order = first.exact.order;
+    int track = order.size() > 0 ? order.track(0) : static_cast<int>(video_track);
     if (first.samples[track].empty())
         track = 1 - track;
     const std::vector<Anchor>& anchors = first.exact.anchors[track];
