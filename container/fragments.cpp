@@ -127,6 +127,13 @@ void keep_whole(const Source& source, uint64_t payload, Fragment& fragment)
     fragment.keep(whole);
 }
 
+/** Whether a payload begins there: a moof that only has a damaged size leads elsewhere. */
+bool is_mdat(Source& source, uint64_t pos)
+{
+    const uint8_t* header = source.at(pos, 8);
+    return header && be32(header + 4) == fourcc("mdat");
+}
+
 /**
  * Hand the fragments from walk.pos on, and where the payload of each begins, to a function, up to the first
  * one that is torn or damaged, or of which it returns false.
@@ -138,9 +145,13 @@ void each_fragment(Source& source, ParsedMovie& movie, FragmentWalk& walk, Funct
     for (uint64_t next = walk.pos;; walk.pos = next) {
         Fragment fragment; // of its own: the largest lists of many together take more memory than any has
         Box moof, mdat;
-        if (!next_box(source, next, source.size(), moof) || moof.type != fourcc("moof") ||
-            !parse_moof(source, moof, walk.count + 1, fragment, movie.refused))
+        bool too_large = false;
+        if (!next_box(source, next, source.size(), moof) || moof.type != fourcc("moof"))
             return;
+        if (!parse_moof(source, moof, walk.count + 1, fragment, too_large)) {
+            movie.refused = movie.refused || (too_large && is_mdat(source, moof.end));
+            return;
+        }
         bool whole = next_box(source, next, source.size(), mdat) && mdat.type == fourcc("mdat") &&
                      mdat.size() == fragment.payload_size();
         if (!whole) {

@@ -162,6 +162,11 @@ TEST(Damage, BytesThatDidNotReachTheCardAreNoFrames)
     EXPECT_GT(got.size(), recorded.frames.size() / 3);
     EXPECT_TRUE(is_prefix(got, recorded.frames));
     EXPECT_EQ(decode(path), std::to_string(only_video(got).size()));
+
+    bytes = recorded.interrupted + std::string(1 << 18, '\0');
+    bytes[bytes.rfind("moof") - 3] = 2; // larger than any fragment by its damaged size only
+    save(path, bytes);
+    EXPECT_GE(read_back(path).size(), got.size());
 }
 
 TEST(Damage, AnEndThatCannotBeReadIsPassedOverAndNotTouched)
