@@ -76,7 +76,7 @@ private:
 /** The decoder configuration of the parameter sets in a video sample of ours; empty: they are not in it. */
 Bytes config_of(Source& source, uint64_t pos, uint64_t end)
 {
-    constexpr size_t max_sets_bytes = 65536;
+    constexpr size_t max_sets = max_sps_count + max_pps_count;
     Bytes sets;
     std::vector<Nal> nals;
     while (end - pos > sizeof start_code) {
@@ -87,7 +87,7 @@ Bytes config_of(Source& source, uint64_t pos, uint64_t end)
             break;
         int type = header[sizeof start_code] & 31;
         if (type == nal_sps || type == nal_pps) {
-            if (size > max_sets_bytes - sets.size())
+            if (size > max_parameter_set_bytes - sets.size() || nals.size() == max_sets)
                 break;
             nals.push_back({sets.size(), static_cast<size_t>(size), type});
             sets.resize(sets.size() + static_cast<size_t>(size));
@@ -99,13 +99,15 @@ Bytes config_of(Source& source, uint64_t pos, uint64_t end)
     return build_avc_config(Pieces(sets.data(), sets.size(), nullptr, 0), nals);
 }
 
-/** What the head of a recording repeats of the parameter sets. @param end  of the head */
+/** What the head of a recording repeats of the parameter sets. @param end  of what is taken for the head */
 Bytes config_in_head(Source& source, uint64_t end)
 {
+    end = std::min<uint64_t>(end, max_start_bytes);
     for (uint64_t pos = first_moov_begin; pos < end; ++pos) {
         const uint8_t* header = source.at(pos, 8);
         Box avcc;
-        if (!header || be32(header + 4) != fourcc("avcC") || !next_box(source, pos, end, avcc))
+        if (!header || be32(header + 4) != fourcc("avcC") || !next_box(source, pos, end, avcc) ||
+            avcc.size() > max_avc_config_bytes)
             continue;
         Bytes config(static_cast<size_t>(avcc.size()));
         return source.read(avcc.begin, config.data(), config.size()) ? config : Bytes();

@@ -354,6 +354,12 @@ TEST(Damage, ALookAtAnyFileTakesAMebibyteAndWhatIsTooLargeIsNotPlayed)
     save(folder.file("cut.mp4"), shorter);
     EXPECT_LE(memory_to_open(folder.file("cut.mp4"), KT_MP4_PROBE, true), most);
     EXPECT_GT(load(folder.file("cut.mp4")).size(), shorter.size()) << "it is not finished";
+    std::string wide = shorter; // parameter sets of 4 MiB in its head, and none in its pictures
+    wide.insert(wide.find("avcC") + 4, 4 << 20, '\0');
+    wide[wide.find("avcC") - 3] = wide[wide.find("moov") - 3] = 4 << 4;
+    wide[wide.find('\x67', wide.find("mdat"))] = '\x61';
+    save(folder.file("wide.mp4"), wide);
+    EXPECT_LE(memory_to_open(folder.file("wide.mp4"), KT_MP4_PROBE, true), most);
     constexpr size_t offsets = 16 << 20;
     save_audio(folder.file("offsets.mp4"),
                box("stsc", words({0, 1, 1, 1, 1})) + box("stsz", words({0, 1, offsets})) +
