@@ -184,8 +184,11 @@ bool Reader::load_complete()
 /** Find the frames of a recording that was not finished, and finish it if nobody else is about to. */
 bool Reader::recover(const char* path)
 {
-    if (!find_recording(m_source, m_movie, m_walk))
+    bool too_large = m_movie.refused; // the tables at its end
+    if (!find_recording(m_source, m_movie, m_walk)) {
+        m_movie.refused = m_movie.refused || too_large;
         return false;
+    }
     Fd writer(::open(path, O_RDWR | O_CLOEXEC));
     bool alone = writer && flock(writer.get(), LOCK_EX | LOCK_NB) == 0;
     m_live = writer && !alone && errno == EWOULDBLOCK;

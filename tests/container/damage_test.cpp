@@ -367,6 +367,7 @@ TEST(Damage, ALookAtAnyFileTakesAMebibyteAndWhatIsTooLargeIsNotPlayed)
                4 * offsets);
     EXPECT_LE(memory_to_open(folder.file("offsets.mp4"), KT_MP4_PROBE, true), most);
     EXPECT_LE(memory_to_open(folder.file("offsets.mp4"), KT_MP4_READ, false), most);
+    EXPECT_EQ(error_of(Mp4(folder.file("offsets.mp4"), KT_MP4_READ) ? 0 : -1), ENOTSUP);
 }
 
 #endif
