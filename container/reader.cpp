@@ -264,8 +264,8 @@ void Reader::finish(int fd, const char* path, uint64_t file_end)
     if (m_movie.avc_config.empty())
         m_movie.avc_config = config_in_head(m_source, m_walk.begin);
     // The kernel would append behind that space and find the cluster chain and the size at odds.
-    if (m_movie.avc_config.empty() || ftruncate(fd, static_cast<off_t>(file_end)) != 0 ||
-        !mend_ftyp(fd, m_source, m_movie))
+    if (m_movie.avc_config.empty() || file_end > max_file_bytes ||
+        ftruncate(fd, static_cast<off_t>(file_end)) != 0 || !mend_ftyp(fd, m_source, m_movie))
         return;
     if (reserve_space(fd, file_end + moov_bound(m_movie.tables, 0)))
         sync_folder(folder_of(path));
