@@ -191,12 +191,13 @@ bool Reader::recover(const char* path)
     }
     Fd writer(::open(path, O_RDWR | O_CLOEXEC));
     bool alone = writer && flock(writer.get(), LOCK_EX | LOCK_NB) == 0;
-    m_live = writer && !alone && errno == EWOULDBLOCK;
+    bool live = writer && !alone && errno == EWOULDBLOCK;
     // Whoever recorded may have finished the file before the lock was ours.
     if (!m_source.refresh())
         return false;
     if (load_complete())
         return true;
+    m_live = live;
     uint64_t file_end = m_source.size();
     m_source.limit(m_source.readable_end());
     if (!load_fragments(Take::description) ||
