@@ -26,20 +26,17 @@ protected:
         gFs_max_file_number = 0;
         CardTest::TearDown();
     }
-    /** Let the worker run until it has deleted nothing for ten ticks, or for 2 s. @return the counts */
+    /** Let the worker run until ten ticks behind each other have deleted nothing. @return the counts */
     std::string Run()
     {
         Ifsi_set_overlap(1);
         std::string counts = Counts();
-        unsigned looks = hostcard_count(HOSTCARD_STATFS);
-        for (int ms = 0; ms < 2000 && hostcard_count(HOSTCARD_STATFS) < looks + 10; ++ms) {
+        for (unsigned quiet_from = hostcard_count(HOSTCARD_STATFS);
+             hostcard_count(HOSTCARD_STATFS) < quiet_from + 10;) {
             usleep(1000 * 1000); // scaled to 1 ms
             const std::string now = Counts();
-            if (now != counts) {
-                counts = now;
-                looks = hostcard_count(HOSTCARD_STATFS);
-                ms = 0;
-            }
+            quiet_from = now == counts ? quiet_from : hostcard_count(HOSTCARD_STATFS);
+            counts = now;
         }
         Ifsi_set_overlap(0);
         return Counts();
