@@ -165,19 +165,6 @@ TEST_F(Rebuild, LeavesARunningRecordingAlone)
     EXPECT_EQ(Starts(IFS_STREAM_MAIN), "09:00:00 10:00:00");
 }
 
-TEST_F(Rebuild, FindsARecordingThatWasCutShort)
-{
-    const int fd = Create(At(10, 0));
-    Write_seconds(fd, 20);
-    const std::string as_after_a_power_cut = File("Rec_20191012_100000_061_M.mp4");
-    Ifsi_close(fd, nullptr);
-    Put_file("Rec_20191012_110000_061_M.mp4", as_after_a_power_cut);
-    Remount();
-    const auto found = Search(IFS_STREAM_MAIN);
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_GE(Text(found[1].end_tm), "2019-10-12 11:00:14"); // at most 5 s are lost
-}
-
 TEST_F(Rebuild, NoticesACardOfTheOlderNaming)
 {
     Put_file("xCH1.data", "");

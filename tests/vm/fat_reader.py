@@ -40,14 +40,15 @@ class Fat:
         if boot[510:512] != b"\x55\xaa" or boot[13] == 0 or struct.unpack_from("<I", boot, 36)[0] == 0:
             raise ValueError("no FAT32 boot record")
         reserved, fats = struct.unpack_from("<HB", boot, 14)
-        fat_sectors = struct.unpack_from("<I", boot, 36)[0]
+        total, fat_sectors = struct.unpack_from("<II", boot, 32)
+        self.root, = struct.unpack_from("<I", boot, 44)
         self.partition = partition
         self.cluster_bytes = boot[13] * 512
+        self.fat_at = reserved * 512
         self.data_at = (reserved + fats * fat_sectors) * 512
-        total = struct.unpack_from("<I", boot, 32)[0]
         self.clusters = (total * 512 - self.data_at) // self.cluster_bytes + 2
-        self.fat = array("I", partition[reserved * 512:(reserved + fat_sectors) * 512])
-        self.files = self._files(struct.unpack_from("<I", boot, 44)[0])
+        self.fat = array("I", bytes(partition[self.fat_at:self.fat_at + fat_sectors * 512]))
+        self.files = self._files()
 
     def chain(self, first):
         """(clusters, the entry that ended the chain)"""
@@ -58,13 +59,17 @@ class Fat:
             cluster = self.fat[cluster] & 0x0fffffff
         return clusters, cluster if cluster not in seen else BAD
 
-    def read(self, clusters, size=None):
-        begins = [self.data_at + (cluster - 2) * self.cluster_bytes for cluster in clusters]
-        return b"".join(self.partition[at:at + self.cluster_bytes] for at in begins)[:size]
+    def place(self, cluster):
+        """Where a cluster lies in the partition, as a slice."""
+        begin = self.data_at + (cluster - 2) * self.cluster_bytes
+        return slice(begin, begin + self.cluster_bytes)
 
-    def _files(self, root):
+    def read(self, clusters, size=None):
+        return b"".join(self.partition[self.place(cluster)] for cluster in clusters)[:size]
+
+    def _files(self):
         files, long_name = [], []
-        root_clusters, _ = self.chain(root)
+        root_clusters, _ = self.chain(self.root)
         listing = self.read(root_clusters)
         for at in range(0, len(listing), ENTRY):
             entry = listing[at:at + ENTRY]

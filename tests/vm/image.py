@@ -4,17 +4,17 @@ Judges that others wrote are called from here too: fsck.fat, mtools, ffmpeg.
 """
 
 import itertools
+import mmap
 import os
 import struct
 import subprocess
 import time
-from array import array
 from pathlib import Path
 
+from .fat_reader import END, Fat
 from .machine import check
 
 SECTOR = 512
-LAST_CLUSTER = 0x0FFFFFF8
 # What fsck.fat remarks on every card: the prescribed layout has a blank label in the boot record.
 BLANK_LABEL = {"Label '' stored in boot sector is not valid.", "  Auto-removing label from boot sector.", "",
                "Leaving filesystem unchanged."}
@@ -95,59 +95,41 @@ class Filler:
     """Puts files into a card's root directory from outside, as many as a kernel would need hours for."""
 
     def __init__(self, card):
-        boot = card.read(0)
-        self.card = card
-        self.cluster_bytes = boot[13] * SECTOR
-        self.fat_sector, = struct.unpack_from("<H", boot, 14)
-        total, self.fat_sectors = struct.unpack_from("<II", boot, 32)
-        self.data_sector = self.fat_sector + 2 * self.fat_sectors
-        self.fat = array("I", card.read(self.fat_sector, self.fat_sectors))
-        clusters = (total - self.data_sector) // boot[13]
-        self.free = iter([number for number in range(3, clusters + 2) if self.fat[number] == 0])
-        self.root = struct.unpack_from("<I", boot, 44)[0]
+        with open(card.path, "r+b") as image:
+            self.partition = memoryview(mmap.mmap(image.fileno(), 0))[card.offset:]
+        self.fat = Fat(self.partition)
+        self.free = iter([number for number in range(3, self.fat.clusters) if self.fat.fat[number] == 0])
 
     def add(self, files):
         """Add (name, content) pairs behind the directory's last entry, in this order.
 
         A number as content is a size: the file gets whatever its clusters hold.
         """
-        with open(self.card.path, "r+b") as image:
-            root = b"".join(self.at(image, cluster).read(self.cluster_bytes) for cluster in self.chain_of(self.root))
-            root = root[:next(at for at in range(0, len(root) + 1, 32) if root[at:at + 1] in (b"", b"\0"))]
-            for number, (name, content) in enumerate(files):
-                size = content if isinstance(content, int) else len(content)
-                clusters = self.allocate(size) if size else [0]
-                root += entry(number, name, clusters[0], size)
-                if size and size is not content:
-                    self.write(image, clusters, content)
-            self.write(image, self.allocate(len(root), self.root), root)
-            for copy in range(2):
-                image.seek(self.card.offset + (self.fat_sector + copy * self.fat_sectors) * SECTOR)
-                image.write(self.fat.tobytes())
-            image.seek(self.card.offset + SECTOR + 488)
-            image.write(struct.pack("<I", sum(1 for _ in self.free)))
-
-    def at(self, image, cluster):
-        image.seek(self.card.offset + self.data_sector * SECTOR + (cluster - 2) * self.cluster_bytes)
-        return image
-
-    def chain_of(self, cluster):
-        while cluster < LAST_CLUSTER:
-            yield cluster
-            cluster = self.fat[cluster]
+        root = self.fat.read(self.fat.chain(self.fat.root)[0])
+        root = root[:next(at for at in range(0, len(root) + 1, 32) if root[at:at + 1] in (b"", b"\0"))]
+        for number, (name, content) in enumerate(files):
+            size = content if isinstance(content, int) else len(content)
+            clusters = self.allocate(size) if size else [0]
+            root += entry(number, name, clusters[0], size)
+            if size and size is not content:
+                self.write(clusters, content)
+        self.write(self.allocate(len(root), self.fat.root), root)
+        table = self.fat.fat.tobytes()
+        self.partition[self.fat.fat_at:self.fat.data_at] = table + table
+        struct.pack_into("<I", self.partition, SECTOR + 488, sum(1 for _ in self.free))
 
     def allocate(self, size, first=None):
         """A chain of clusters for so many bytes, beginning with the first one if that is given."""
-        count = -(-size // self.cluster_bytes)
+        count = -(-size // self.fat.cluster_bytes)
         clusters = [first or next(self.free), *itertools.islice(self.free, count - 1)]
-        for cluster, following in zip(clusters, [*clusters[1:], LAST_CLUSTER]):
-            self.fat[cluster] = following
+        for cluster, following in zip(clusters, [*clusters[1:], END]):
+            self.fat.fat[cluster] = following
         return clusters
 
-    def write(self, image, clusters, content):
+    def write(self, clusters, content):
         for number, cluster in enumerate(clusters):
-            part = content[number * self.cluster_bytes:(number + 1) * self.cluster_bytes]
-            self.at(image, cluster).write(part)
+            part = content[number * self.fat.cluster_bytes:(number + 1) * self.fat.cluster_bytes]
+            self.partition[self.fat.place(cluster)] = part.ljust(self.fat.cluster_bytes, b"\0")
 
 
 def entry(number, name, cluster, size):
