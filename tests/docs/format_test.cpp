@@ -14,21 +14,23 @@ namespace
 
 using Words = std::vector<std::string>;
 
-/** Words of an example: hex bytes, "text" for its bytes, 00*435 for many, '#' begins a comment. */
-Words Words_of(const std::string& example)
+/** Words of an example: hex bytes, "text" for its bytes, 00*435 for many, @380+33 for those of a file there,
+   '#' begins a comment. */
+Words Words_of(const std::string& example, const std::string& file = "")
 {
-    static const std::regex word("#[^\n]*|\"([^\"]*)\"|(\\S+)\\*(\\d+)|(\\S+)");
+    static const std::regex word("#[^\n]*|\"([^\"]*)\"|@(\\d+)\\+(\\d+)|(\\S+)\\*(\\d+)|(\\S+)");
     Words words;
     for (std::sregex_iterator found(example.begin(), example.end(), word), end; found != end; ++found) {
         const std::smatch& part = *found;
+        Words added(part[6].matched ? 1 : 0, part[6]);
         if (part[1].matched) {
-            const Words bytes = Words_of(Hex(part[1]));
-            words.insert(words.end(), bytes.begin(), bytes.end());
-        } else if (part[3].matched) {
-            words.insert(words.end(), std::stoul(part[3]), part[2]);
-        } else if (part[4].matched) {
-            words.push_back(part[4]);
+            added = Words_of(Hex(part[1]));
+        } else if (part[2].matched) {
+            added = Words_of(Hex(file.substr(std::stoul(part[2]), std::stoul(part[3]))));
+        } else if (part[5].matched) {
+            added.assign(std::stoul(part[5]), part[4]);
         }
+        words.insert(words.end(), added.begin(), added.end());
     }
     return words;
 }
@@ -43,50 +45,49 @@ std::string Joined(const Words& words)
 }
 
 /** The fenced blocks of the document that have a name behind their language, by that name. */
-std::map<std::string, Words> Examples()
+std::map<std::string, std::string> Examples()
 {
-    std::map<std::string, Words> examples;
+    static const std::regex named_fence("```\\w+ (.+)");
+    std::map<std::string, std::string> examples;
     std::ifstream document(IFS_FORMAT_DOCUMENT);
-    const std::string fence = "```";
+    std::smatch fence;
     for (std::string line; std::getline(document, line);) {
-        const size_t blank = line.find(' ');
-        if (line.compare(0, fence.size(), fence) != 0 || blank == std::string::npos) {
-            continue;
+        if (std::regex_match(line, fence, named_fence)) {
+            std::string& text = examples[fence[1]];
+            EXPECT_EQ(text, "") << "two examples " << line;
+            while (std::getline(document, line) && line != "```") {
+                text += line + '\n';
+            }
         }
-        const std::string name = line.substr(blank + 1);
-        std::string text;
-        while (std::getline(document, line) && line != fence) {
-            text += line + '\n';
-        }
-        EXPECT_TRUE(examples.emplace(name, Words_of(text)).second) << "two examples " << name;
     }
     return examples;
 }
 
 unsigned long Le32(const std::string& bytes, size_t offset)
 {
-    const auto at = [&](size_t i) {
-        return static_cast<unsigned long>(static_cast<unsigned char>(bytes[offset + i]));
-    };
-    return at(0) | at(1) << 8 | at(2) << 16 | at(3) << 24;
+    unsigned long number = 0;
+    for (size_t i = 4; i-- > 0;) {
+        number = number << 8 | static_cast<unsigned char>(bytes[offset + i]);
+    }
+    return number;
 }
 
 } // namespace
 
-/** The documented recording, as it lies on the card before and after it is closed. */
-struct Recording {
-    std::string name;
-    std::string open_bytes;
-    std::string closed_bytes;
-};
-
 class FormatDocument : public CardTest
 {
 protected:
-    /** Compare with an example; ".." in it stands for any byte. */
-    void Expect(const std::string& name, Words actual)
+    /** The words of an example, which counts as executed then. */
+    Words Take(const std::string& name, const std::string& file = "")
     {
-        const Words expected = Take(name);
+        const auto example = m_examples.extract(name);
+        EXPECT_FALSE(example.empty()) << "no example " << name;
+        return example.empty() ? Words() : Words_of(example.mapped(), file);
+    }
+    /** Compare with an example; ".." in it stands for any byte. */
+    void Expect(const std::string& name, Words actual, const std::string& file = "")
+    {
+        const Words expected = Take(name, file);
         for (size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
             if (expected[i] == "..") {
                 actual[i] = "..";
@@ -94,38 +95,20 @@ protected:
         }
         EXPECT_EQ(Joined(actual), Joined(expected)) << "example " << name;
     }
-    void Expect_bytes(const std::string& name, const std::string& bytes)
+    void Expect_bytes(const std::string& name, const std::string& bytes, const std::string& file = "")
     {
-        Expect(name, Words_of(Hex(bytes)));
-    }
-    /** Put the bytes of a file in the place of an example's references to them, e.g. "@380+33". */
-    void Resolve(const std::string& name, const std::string& file)
-    {
-        Words resolved;
-        for (const std::string& word : m_examples[name]) {
-            const bool reference = word[0] == '@';
-            const Words bytes = reference
-                                    ? Words_of(Hex(file.substr(std::stoul(word.substr(1)),
-                                                               std::stoul(word.substr(word.find('+'))))))
-                                    : Words{word};
-            resolved.insert(resolved.end(), bytes.begin(), bytes.end());
-        }
-        m_examples[name] = resolved;
-    }
-    Words Take(const std::string& name)
-    {
-        EXPECT_EQ(m_examples.count(name), 1u) << "no example " << name;
-        const Words words = m_examples[name];
-        m_examples.erase(name);
-        return words;
+        Expect(name, Words_of(Hex(bytes)), file);
     }
 
     void Check_volume();
-    Recording Record_example();
-    void Check_frames(const std::string& name);
-    void Check_cuts(const Recording& recording);
+    void Record_example();
+    std::vector<std::string> Play();
+    void Check_cuts();
 
-    std::map<std::string, Words> m_examples = Examples();
+    std::map<std::string, std::string> m_examples = Examples();
+    std::string m_name;   ///< of the documented recording
+    std::string m_open;   ///< its bytes before it is closed
+    std::string m_closed; ///< and after
 };
 
 void FormatDocument::Check_volume()
@@ -155,7 +138,7 @@ void FormatDocument::Check_volume()
     Expect("sizes", numbers);
 }
 
-Recording FormatDocument::Record_example()
+void FormatDocument::Record_example()
 {
     std::string picture = Bytes(Joined(Take("picture")));
     std::string sound = Bytes(Joined(Take("sound")));
@@ -169,70 +152,61 @@ Recording FormatDocument::Record_example()
     write(picture, IFS_FRAME_I, 61000000);
     char path[128] = {};
     EXPECT_EQ(Ifsi_get_file_name_v2(&start, IFS_STREAM_MAIN, path), 0);
-    Recording recording;
-    recording.name = std::string(path).substr(m_files.size() + 1);
-    recording.open_bytes = File(recording.name);
+    m_name = std::string(path).substr(m_files.size() + 1);
+    m_open = File(m_name);
     Ifsi_close(fd, nullptr);
-    recording.closed_bytes = File(recording.name);
-    return recording;
+    m_closed = File(m_name);
 }
 
-void FormatDocument::Check_frames(const std::string& name)
+/** The frames of the recording, with their headers. */
+std::vector<std::string> FormatDocument::Play()
 {
-    std::string copy = name;
-    const int fd = Ifsi_open_v3(copy.data());
-    for (const char* example : {"frame-video", "frame-audio"}) {
-        Expect_bytes(example, Read(fd).bytes);
+    std::vector<std::string> frames;
+    const int fd = Ifsi_open_v3(m_name.data());
+    for (Frame frame = Read(fd); frame.length > 0; frame = Read(fd)) {
+        frames.push_back(frame.bytes);
     }
     Ifsi_close(fd, nullptr);
+    return frames;
 }
 
-/** Check a recording cut after some bytes: the frames that play, and its size after the next mount. */
-void FormatDocument::Check_cuts(const Recording& recording)
+/** Check the recording cut after some bytes: the frames that play, and its size after the next mount. */
+void FormatDocument::Check_cuts()
 {
     const Words cuts = Take("cuts");
     ASSERT_TRUE(!cuts.empty() && cuts.size() % 3 == 0);
-    std::string unfinished = recording.closed_bytes;
-    unfinished.replace(0, recording.open_bytes.size(), recording.open_bytes);
+    const std::string unfinished = m_open + m_closed.substr(m_open.size());
     for (size_t i = 0; i < cuts.size(); i += 3) {
         std::filesystem::remove(m_files + "/system_index_main"); // goes to the card only while it is mounted
         ASSERT_EQ(Ifsi_umount(), 0);
-        Put_file(recording.name, unfinished.substr(0, std::stoul(cuts[i])));
+        Put_file(m_name, unfinished.substr(0, std::stoul(cuts[i])));
         Mount();
-        int frames = 0;
-        if (Exists(recording.name)) {
-            std::string name = recording.name;
-            const int fd = Ifsi_open_v3(name.data());
-            while (Read(fd).length > 0) {
-                ++frames;
-            }
-            Ifsi_close(fd, nullptr);
-        }
-        const size_t bytes = Exists(recording.name) ? File(recording.name).size() : 0;
-        EXPECT_EQ(std::to_string(frames) + " " + std::to_string(bytes), cuts[i + 1] + " " + cuts[i + 2])
-            << "after " << cuts[i] << " bytes";
+        const bool exists = Exists(m_name);
+        EXPECT_EQ(std::to_string(exists ? Play().size() : 0), cuts[i + 1]) << "after " << cuts[i] << " bytes";
+        EXPECT_EQ(std::to_string(exists ? File(m_name).size() : 0), cuts[i + 2]) << cuts[i] << " bytes";
     }
 }
 
 TEST_F(FormatDocument, TellsTheTruth)
 {
     Check_volume();
-    const Recording recording = Record_example();
-    const std::string& closed = recording.closed_bytes;
-    const size_t hidden = recording.open_bytes.size();
-    const size_t moov = closed.rfind("moov") - 4;
-    Expect("name", {recording.name});
-    Expect_bytes("mp4-open", recording.open_bytes);
-    Expect_bytes("mp4-hiding-header", closed.substr(32, 16));
-    Expect_bytes("mp4-second-fragment", closed.substr(hidden, moov - hidden));
-    Resolve("mp4-last-moov", recording.open_bytes);
-    Expect_bytes("mp4-last-moov", closed.substr(moov));
-    EXPECT_EQ(Hex(closed.substr(0, 32) + closed.substr(48, hidden - 48)),
-              Hex(recording.open_bytes.substr(0, 32) + recording.open_bytes.substr(48)));
+    Record_example();
+    const size_t hidden = m_open.size();
+    const size_t moov = m_closed.rfind("moov") - 4;
+    Expect("name", {m_name});
+    Expect_bytes("mp4-open", m_open);
+    Expect_bytes("mp4-hiding-header", m_closed.substr(32, 16));
+    Expect_bytes("mp4-second-fragment", m_closed.substr(hidden, moov - hidden));
+    Expect_bytes("mp4-last-moov", m_closed.substr(moov), m_open);
+    EXPECT_EQ(Hex(m_closed.substr(0, 32) + m_closed.substr(48, hidden - 48)),
+              Hex(m_open.substr(0, 32) + m_open.substr(48)));
     Expect_bytes("index", File("system_index_main"));
-    Check_frames(recording.name);
-    Check_cuts(recording);
-    for (const auto& [name, words] : m_examples) {
+    const std::vector<std::string> frames = Play();
+    ASSERT_EQ(frames.size(), 3u);
+    Expect_bytes("frame-video", frames[0]);
+    Expect_bytes("frame-audio", frames[1]);
+    Check_cuts();
+    for (const auto& [name, text] : m_examples) {
         ADD_FAILURE() << "example " << name << " is not executed";
     }
 }
