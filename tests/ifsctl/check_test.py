@@ -8,27 +8,19 @@ import hashlib
 import json
 import os
 import struct
-import tempfile
 import unittest
+from pathlib import Path
 
-from ifsctl_test import BOUND, START, ifsctl, make_input, must, new_card, packets, run
+import ifsctl_test
+from ifsctl_test import BOUND, START, ifsctl, must, new_card, packets, run
 
 MAIN = ["Rec_20260305_100000_000_M.mp4", "Rec_20260305_100004_000_M.mp4", "Rec_20260305_100008_000_M.mp4"]
 INDEX = "system_index_main"
-HEADER, ITEM = 15, 128
 PROBLEMS = {"no-partition", "no-file-system", "unreadable", "footage-lost", "frame-damaged", "frame-order", "no-key-frame",
             "wrong-name", "entry-differs"}
 
 
-def setUpModule():
-    """A card with both streams that every test copies."""
-    folder = tempfile.TemporaryDirectory(prefix="ifsctl-check-test-")
-    unittest.addModuleCleanup(folder.cleanup)
-    os.chdir(folder.name)
-    os.environ["TZ"] = "UTC0"
-    make_input("main.mp4", "160x120")
-    new_card("card", "2G")
-    must("record", "main.mp4", "--sub-input", "main.mp4", "--start", START + "0", "--segment", "4")
+setUpModule = ifsctl_test.setUpModule  # a card with both streams that every test copies
 
 
 def copy_of(card, name):
@@ -40,23 +32,19 @@ def copy_of(card, name):
 def content(card):
     """Every file of a card with its time and bytes, the image's empty space left out."""
     found = {}
-    for folder, _, names in os.walk(card):
-        for name in names:
-            path = os.path.join(folder, name)
-            with open(path, "rb") as file:
-                digest = hashlib.sha1(file.read(1 << 20)).hexdigest()
-            found[os.path.relpath(path, card)] = (os.stat(path).st_mtime_ns, os.stat(path).st_size, digest)
+    for path in filter(Path.is_file, Path(card).rglob("*")):
+        with path.open("rb") as file:
+            digest = hashlib.sha1(file.read(1 << 20)).hexdigest()
+        found[str(path.relative_to(card))] = (path.stat().st_mtime_ns, path.stat().st_size, digest)
     return found
 
 
 def read(name, card="bad"):
-    with open(f"{card}/files/{name}", "rb") as file:
-        return file.read()
+    return Path(card, "files", name).read_bytes()
 
 
 def write(name, data, card="bad"):
-    with open(f"{card}/files/{name}", "wb") as file:
-        file.write(data)
+    Path(card, "files", name).write_bytes(data)
 
 
 def check(*arguments, card="bad"):
@@ -70,15 +58,16 @@ def codes(report, **wanted):
 
 def items():
     data = read(INDEX)
-    return [data[at:at + ITEM] for at in range(HEADER, len(data), ITEM)]
+    return [data[at:at + 128] for at in range(15, len(data), 128)]
 
 
 def write_items(changed):
     write(INDEX, b"system_index_v1" + b"".join(changed))
 
 
-def with_field(item, offset, value):
-    return item[:4 + offset] + struct.pack("<i", value) + item[4 + offset + 4:]
+def change_first_item(offset, value):
+    first, *others = items()
+    write_items([first[:4 + offset] + struct.pack("<i", value) + first[4 + offset + 4:], *others])
 
 
 def unfinished(data):
@@ -102,10 +91,9 @@ def patch_table(box, offset, value, track_end=b"smhd"):
     write(MAIN[1], data[:at] + struct.pack(">I", value) + data[at + 4:])
 
 
-def interrupt(name, drop_entry=True, torn=0):
-    write(name, unfinished(read(name)) + b"\0" * torn)
-    if drop_entry:
-        write_items([item for at, item in enumerate(items()) if at != MAIN.index(name)])
+def interrupt(torn=0):
+    write(MAIN[1], unfinished(read(MAIN[1])) + b"\0" * torn)
+    write_items([items()[0], items()[2]])
 
 
 def lose_fragments():
@@ -125,8 +113,8 @@ DAMAGES = {
     "frame-order": lambda: patch_table(b"stco", 12 + 4, 2000, track_end=b"uuid"),
     "no-key-frame": lambda: patch_table(b"stss", 12, 2),
     "wrong-name": lambda: write(MAIN[0].replace("_", "-").replace("10000", "11000"), read(MAIN[0])),
-    "entry-differs": lambda: write_items([with_field(items()[0], 120, 5)] + items()[1:]),
-    "interrupted": lambda: interrupt(MAIN[1]),
+    "entry-differs": lambda: change_first_item(120, 5),
+    "interrupted": interrupt,
     "stub": lambda: write("Rec_20260305_110000_000_M.mp4", unfinished(read(MAIN[0])).split(b"moof")[0]),
     "empty": lambda: write("Rec_20260305_110000_000_M.mp4", b""),
     "near-name": lambda: write("rec_20260305_110000_000_M.MP4", read(MAIN[0])),
@@ -146,12 +134,14 @@ NOT_MENDABLE = {"unreadable", "footage-lost", "frame-damaged", "frame-order", "n
 
 
 class Check(unittest.TestCase):
+    def setUp(self):
+        copy_of("card", "bad")
+
     def test_a_clean_card_has_nothing_to_say(self):
-        before = content("card")
         code, report = check(card="card")
 
         self.assertEqual((code, report["findings"], report["problems"], report["record_files"]), (0, [], 0, 6))
-        self.assertEqual(content("card"), before)
+        self.assertEqual(content("card"), content("bad"))
         for one in report["recordings"]:
             path = "card/files/" + one["file"]
             self.assertEqual(one["frames"], len(packets(path, "v")) + len(packets(path, "a")))
@@ -191,9 +181,8 @@ class Check(unittest.TestCase):
         self.assertEqual(len(gone), 1 if damage in DELETED_BY_A_MOUNT else 0)
 
     def test_what_an_interrupted_recording_still_plays_is_told(self):
-        copy_of("card", "bad")
         whole = len(packets("card/files/" + MAIN[1], "v"))
-        interrupt(MAIN[1], torn=777)
+        interrupt(torn=777)
         one = next(one for one in check()[1]["recordings"] if one["file"] == MAIN[1])
         self.assertEqual((one["state"], one["torn_bytes"], one["listed"]), ("interrupted", 777, False))
         self.assertAlmostEqual(one["duration_ms"], 4000, delta=100)
@@ -202,7 +191,6 @@ class Check(unittest.TestCase):
         self.assertEqual(len(packets("bad/files/" + MAIN[1], "v")), whole)
 
     def test_a_frame_that_cannot_be_read_is_told_with_its_time(self):
-        copy_of("card", "bad")
         damage_a_picture(30)
         report = check()[1]
         self.assertRegex(report["findings"][0]["message"], "^damaged video frames: 1 of 40, the first is frame 31 at 3.0 s: ")
@@ -216,7 +204,7 @@ class Check(unittest.TestCase):
     def test_what_the_system_refuses_is_named_and_not_taken_for_damage(self):
         for mode, code, exit_code in ((0o444, "interrupted", 1), (0, "read-failed", 9)):
             copy_of("card", "bad")
-            interrupt(MAIN[1])
+            interrupt()
             os.chmod("bad/files/" + MAIN[1], mode)
             done = ifsctl("--json", "check", "--repair", card="bad", run_by=BOUND)
             self.assertEqual((done.returncode, codes(json.loads(done.stdout))), (exit_code, [code]))
@@ -224,7 +212,6 @@ class Check(unittest.TestCase):
             self.assertIn(MAIN[1], os.listdir("bad/files"))
 
     def test_repair_keeps_the_entry_that_keeps_a_mount_from_deleting(self):
-        copy_of("card", "bad")
         write(MAIN[1], b"no film" * 1000)
         write(INDEX, read(INDEX)[:-20])
         self.assertEqual(codes(check()[1]), ["index-torn", "unreadable"])
@@ -233,28 +220,24 @@ class Check(unittest.TestCase):
         self.assertEqual(read(MAIN[1]), b"no film" * 1000)
 
     def test_a_recording_that_only_looks_sound_to_a_mount_is_named(self):
-        copy_of("card", "bad")
         os.remove("bad/files/" + INDEX)
         patch_table(b"stsz", 12, 0xffffffff)
+        write(MAIN[1], read(MAIN[1]).replace(b"moof", b"xxxx"), card=copy_of("bad", "unplayable"))
         self.assertEqual(codes(check()[1]), ["index-missing", "interrupted"])
         check("--repair")
         self.assertEqual(codes(check()[1]), [])
         self.assertEqual(packets("bad/files/" + MAIN[1], "v"), packets("card/files/" + MAIN[1], "v"))
 
-        copy_of("card", "bad")
-        os.remove("bad/files/" + INDEX)
-        patch_table(b"stsz", 12, 0xffffffff)
-        write(MAIN[1], read(MAIN[1]).replace(b"moof", b"xxxx"))
-        report = check()[1]
+        report = check(card="unplayable")[1]
         self.assertEqual(codes(report), ["index-missing", "unreadable"])
         self.assertIn("though the library lists it", str(report))
-        self.assertIn(MAIN[1], must("list", card="bad").decode())
+        self.assertIn(MAIN[1], must("list", card="unplayable").decode())
 
     def test_an_entry_is_measured_by_its_file(self):
         for offset, value, told in ((92, 1, "stream 1"), (88, 0x0a0a, "resolution code 10"), (96, 1, "width 1"),
                                     (116, 7, "audio channels 7"), (44 + 4, 30, "end 2026-03-05T10:30:0")):
             copy_of("card", "bad")
-            write_items([with_field(items()[0], offset, value)] + items()[1:])
+            change_first_item(offset, value)
             report = check()[1]
             self.assertEqual(codes(report), ["entry-differs"])
             self.assertIn(told, report["findings"][0]["message"])
@@ -264,17 +247,16 @@ class Check(unittest.TestCase):
 
     def test_a_card_that_no_kernel_mounts_is_named(self):
         must("create", "--size", "1G", card="blank")
-        self.assertEqual((codes(check(card="blank")[1]), check(card="blank")[0]), (["no-partition"], 9))
+        exit_code, report = check(card="blank")
+        self.assertEqual((exit_code, codes(report)), (9, ["no-partition"]))
         copy_of("card", "bad")
         with open("bad/card.img", "r+b") as image:
-            image.seek(63 * 512 + 510)
-            image.write(b"\0")
+            os.pwrite(image.fileno(), b"\0", 63 * 512 + 510)
         before = content("bad")
         self.assertEqual((codes(check()[1]), check("--repair")[0]), (["no-file-system"], 9))
         self.assertEqual(content("bad"), before)
 
     def test_a_finding_is_a_line(self):
-        copy_of("card", "bad")
         os.remove("bad/files/" + MAIN[0])
         told = ifsctl("check", "--repair", card="bad").stdout.decode().splitlines()
         self.assertRegex(told[0], f"^note no-file {INDEX}: it lists {MAIN[0]}, .* Mended: the entry was dropped.$")
