@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <linux/magic.h>
+#include <map>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -39,11 +40,10 @@ std::vector<std::string> names_in(const char* path)
 {
     std::vector<std::string> names;
     DIR* dir = opendir(path);
-    while (struct dirent* entry = dir ? readdir(dir) : nullptr)
+    while (struct dirent* entry = readdir(dir))
         if (entry->d_name[0] != '.')
             names.push_back(entry->d_name);
-    if (dir)
-        closedir(dir);
+    closedir(dir);
     return names;
 }
 
@@ -66,10 +66,8 @@ protected:
     {
         unsigned char table[512] = {};
         table[450] = 0x0C;
-        for (int i = 0; i < 4; i++) {
-            table[454 + i] = static_cast<unsigned char>(first >> 8 * i);
-            table[458 + i] = static_cast<unsigned char>(count >> 8 * i);
-        }
+        std::memcpy(table + 454, &first, sizeof first); // every processor that this runs on is little-endian
+        std::memcpy(table + 458, &count, sizeof count);
         table[510] = 0x55;
         table[511] = 0xAA;
         const int fd = open("/dev/hd/sda", O_RDWR);
@@ -181,17 +179,14 @@ TEST_F(HostCard, MountsOnlyAFat32)
     EXPECT_EQ(failure(mount("/dev/hd/sda1", "/tmp", "vfat", 0, nullptr)), EINVAL);
     EXPECT_EQ(failure(umount(hostcard_mount_point())), EINVAL);
     const int image = open((m_card + "/card.img").c_str(), O_RDWR);
-    const struct {
-        unsigned offset;
-        unsigned char value;
-    } faults[] = {{11, 3}, {13, 3},    {14, 0}, {16, 0}, {21, 3},
-                  {22, 1}, {35, 0xFF}, {36, 0}, {44, 0}, {510, 0}};
-    for (const auto& fault : faults) {
-        const off_t at = first_lba * 512l + fault.offset;
+    const std::map<unsigned, unsigned char> faults = {{11, 3}, {13, 3},    {14, 0}, {16, 0}, {21, 3},
+                                                      {22, 1}, {35, 0xFF}, {36, 0}, {44, 0}, {510, 0}};
+    for (const auto& [offset, value] : faults) {
+        const off_t at = first_lba * 512l + offset;
         unsigned char sound = 0;
         ASSERT_EQ(pread(image, &sound, 1, at), 1);
-        ASSERT_EQ(pwrite(image, &fault.value, 1, at), 1);
-        EXPECT_EQ(failure(mount_card()), EINVAL) << fault.offset;
+        ASSERT_EQ(pwrite(image, &value, 1, at), 1);
+        EXPECT_EQ(failure(mount_card()), EINVAL) << offset;
         ASSERT_EQ(pwrite(image, &sound, 1, at), 1);
     }
     close(image);
