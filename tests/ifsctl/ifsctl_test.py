@@ -138,9 +138,8 @@ class Recording(unittest.TestCase):
     def test_info_tells_sizes_and_counts(self):
         info = json.loads(must("--json", "info"))
 
-        self.assertEqual((info["present"], info["formatted"]), (True, True))
-        self.assertEqual((info["main_recordings"], info["sub_recordings"]), (3, 3))
-        self.assertEqual(info["size_bytes"], 2 << 30)
+        self.assertLessEqual({"present": True, "formatted": True, "main_recordings": 3, "sub_recordings": 3,
+                              "size_bytes": 2 << 30}.items(), info.items())
         self.assertTrue(0 < info["free_bytes"] < info["total_bytes"] < info["size_bytes"])
         self.assertTrue(info["latest"].startswith("2026-03-05T10:00:0"))
 
@@ -148,8 +147,7 @@ class Recording(unittest.TestCase):
         quiet = ifsctl("--json", "list")
         verbose = ifsctl("-v", "--json", "list")
 
-        self.assertEqual(quiet.stdout, verbose.stdout)
-        self.assertEqual(quiet.stderr, b"")
+        self.assertEqual((quiet.stdout, quiet.stderr), (verbose.stdout, b""))
         self.assertIn(b"[func:", verbose.stderr)
 
     def test_interrupting_a_live_recording_closes_it(self):
@@ -215,11 +213,10 @@ class Playing(unittest.TestCase):
         must("export", "--from", START + "0", "--to", START + "9", "whole.mp4")
 
         for stream in ("v", "a"):
-            clip = packets("whole.mp4", stream)
-            source = [packet for packet in packets("main.mp4", stream) if packet[0] >= 0]
-            self.assertEqual(len(clip), len(source), stream)
-            for (clip_time, _), (source_time, _) in zip(clip, source):
-                self.assertAlmostEqual(clip_time, source_time, delta=0.0021)
+            source = [time_s for time_s, _ in packets("main.mp4", stream) if time_s >= 0]
+            clip = [time_s for time_s, _ in packets("whole.mp4", stream)]
+            for times in zip(clip, source, strict=True):
+                self.assertAlmostEqual(*times, delta=0.0021)
         self.assertEqual(pictures("whole.mp4"), pictures("main.mp4"))
 
     def test_a_clip_begins_with_the_key_frame_before_its_time_and_ends_in_time(self):
