@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/interface/card_test.h"
+#include "util/little_endian.h"
 
 namespace
 {
@@ -65,11 +66,7 @@ std::map<std::string, std::string> Examples()
 
 unsigned long Le32(const std::string& bytes, size_t offset)
 {
-    unsigned long number = 0;
-    for (size_t i = 4; i-- > 0;) {
-        number = number << 8 | static_cast<unsigned char>(bytes[offset + i]);
-    }
-    return number;
+    return Get_le32(reinterpret_cast<const unsigned char*>(&bytes[offset]));
 }
 
 } // namespace
