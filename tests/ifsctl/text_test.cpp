@@ -17,7 +17,6 @@ TEST(Times, EveryWayOfWritingAnInstantNamesIt)
     for (const char* text : {"2026-03-05T11:00:00", "2026-03-05 11:00", "2026-03-05T10:00:00Z",
                              "2026-03-05T15:30:00+05:30", "2026-03-05T03:00-0700"})
         EXPECT_EQ(parse_time(text), march_5_ten_utc_s * 1000) << text;
-    EXPECT_EQ(parse_time("2026-03-05"), (march_5_ten_utc_s - 11 * 3600) * 1000);
     EXPECT_EQ(parse_time("2026-03-05T10:00:00.25Z"), march_5_ten_utc_s * 1000 + 250);
     EXPECT_EQ(parse_end_time("2026-03-05T10:00Z"), march_5_ten_utc_s * 1000);
     for (const auto& [zone_name, date, begin, end] : std::vector<std::array<const char*, 4>>{
@@ -91,11 +90,9 @@ TEST(Sizes, SizesAreReadAndWrittenInPowersOf1024)
 
 TEST(Aac, AnAccessUnitGetsTheHeaderOfItsStream)
 {
-    const uint8_t lc_16_khz_mono[] = {0x14, 0x08};
-    AacParameters aac = {};
-    ASSERT_TRUE(parse_audio_specific_config(lc_16_khz_mono, sizeof lc_16_khz_mono, &aac));
+    constexpr int index_of_16_khz = 8;
 
-    std::array<uint8_t, adts_header_size> header = adts_header(aac, 300);
+    std::array<uint8_t, adts_header_size> header = adts_header({index_of_16_khz, 1}, 300);
 
     EXPECT_EQ(header, (std::array<uint8_t, 7>{0xFF, 0xF1, 0x60, 0x40, 0x26, 0x7F, 0xFC}));
     std::vector<uint8_t> frame(header.begin(), header.end());
