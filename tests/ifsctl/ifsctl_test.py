@@ -280,14 +280,14 @@ class BadInput(unittest.TestCase):
     def test_a_card_that_cannot_be_written_to_is_left_alone_and_named(self):
         run("cp", "-a", "card", "locked")
         os.makedirs("locked/files/kept/folder")
-        for folder, told, commands in (("", "Permission denied", ("record main.mp4", "check --repair", "format --yes")),
-                                       ("/kept", "files left on it: 1", ("format --yes",))):
+        for folder, command, told in (("", "record main.mp4", "Permission denied"),
+                                      ("", "check --repair", "Permission denied"), ("", "format --yes", "Permission denied"),
+                                      ("/kept", "format --yes", "files left on it: 1")):
+            self.assertEqual(len(os.listdir("locked/files")), 6 + 2 + 1)
             os.chmod("locked/files" + folder, 0o555)
-            for command in commands:
-                self.assertEqual(len(os.listdir("locked/files")), 6 + 2 + 1)
-                done = ifsctl(*command.split(), card="locked", run_by=BOUND)
-                self.assertEqual(done.returncode, 1, command)
-                self.assertIn(told, done.stderr.decode())
+            done = ifsctl(*command.split(), card="locked", run_by=BOUND)
+            self.assertEqual(done.returncode, 1, command)
+            self.assertIn(told, done.stderr.decode())
             os.chmod("locked/files" + folder, 0o755)
 
     def test_inputs_that_cannot_be_recorded_are_told(self):
