@@ -50,7 +50,6 @@ class HostCard : public ::testing::Test
 protected:
     HostCard()
     {
-        fs::create_directory(m_folder);
         EXPECT_EQ(hostcard_create(m_card.c_str(), card_bytes, 16, 63), 0);
         EXPECT_EQ(hostcard_insert(m_card.c_str()), 0);
     }
@@ -108,7 +107,10 @@ protected:
         return done;
     }
 
-    const std::string m_folder = "/tmp/hostcard-" + std::to_string(getpid());
+    const std::string m_folder = [] {
+        char name[] = "/tmp/hostcard-XXXXXX";
+        return std::string(mkdtemp(name));
+    }();
     const std::string m_card = m_folder + "/card";
 };
 
