@@ -252,6 +252,8 @@ TEST_F(HostCard, ScriptedFaultsCountHalveATransferAndReleaseWhatIsClosed)
     hostcard_fail(HOSTCARD_CLOSE, 1, EIO, 1);
     EXPECT_EQ(failure(close(fd)), EIO);
     EXPECT_EQ(fcntl(fd, F_GETFD), -1); // released all the same
+    EXPECT_EQ(close(open("/", O_RDONLY)), 0);
+    EXPECT_EQ(hostcard_count(HOSTCARD_OPEN), 1u); // no use on the card
 }
 
 TEST_F(HostCard, PulledCardFailsInEveryThread)
