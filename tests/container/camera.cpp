@@ -16,8 +16,6 @@ namespace camera
 namespace
 {
 
-const std::string start_code("\0\0\0\1", 4);
-
 uint32_t be32(const std::string& bytes, size_t at)
 {
     uint32_t value = 0;
@@ -94,12 +92,18 @@ Frames without_adts(Frames frames)
     return frames;
 }
 
+Frames without_audio(const Frames& frames, unsigned begin, unsigned end)
+{
+    Frames kept;
+    std::copy_if(frames.begin(), frames.end(), std::back_inserter(kept), [=](const Frame& frame) {
+        return frame.kind != KT_MP4_AUDIO || frame.timestamp < begin || frame.timestamp >= end;
+    });
+    return kept;
+}
+
 Frames only_video(const Frames& frames)
 {
-    Frames video;
-    std::copy_if(frames.begin(), frames.end(), std::back_inserter(video),
-                 [](const Frame& frame) { return frame.kind != KT_MP4_AUDIO; });
-    return video;
+    return without_audio(frames, 0, UINT_MAX);
 }
 
 bool is_prefix(const Frames& part, const Frames& whole)
@@ -123,24 +127,13 @@ std::vector<std::string> nal_units(const std::string& frame)
     return nals;
 }
 
-Folder::Folder()
-{
-    char path[] = "/tmp/kt_mp4_XXXXXX";
-    m_path = mkdtemp(path);
-}
-
-Folder::~Folder()
-{
-    run("rm -r " + m_path);
-}
-
-Mp4::Mp4(const std::string& path, int mode, bool audio, int width, int height)
+Mp4::Mp4(const std::string& path, int mode, bool audio)
 {
     bool create = mode == KT_MP4_CREATE;
     std::string copy = path;
-    m_handle =
-        create ? kt_mp4_open(&copy[0], width, height, 25, 2, SAMPLE_RATE_INDEX_44100, 1, mode, audio, 320, 0)
-               : kt_mp4_open(&copy[0], 0, 0, 0, 0, 0, 0, mode, 0, 320, 0);
+    m_handle = create
+                   ? kt_mp4_open(&copy[0], 320, 240, 25, 2, SAMPLE_RATE_INDEX_44100, 1, mode, audio, 320, 0)
+                   : kt_mp4_open(&copy[0], 0, 0, 0, 0, 0, 0, mode, 0, 320, 0);
 }
 
 int Mp4::write(const Frame& frame, size_t first_piece)
@@ -157,10 +150,12 @@ int Mp4::write(const Frames& frames)
                                           [this](const Frame& frame) { return write(frame) != 0; }));
 }
 
-int Mp4::read(Frame& frame)
+int Mp4::read(Frame& frame, size_t capacity)
 {
-    thread_local std::string buf(4 << 20, 0);
-    int length = kt_mp4_read(m_handle, &frame.kind, &buf[0], static_cast<int>(buf.size()), &frame.timestamp);
+    thread_local std::string buf;
+    buf.resize(capacity);
+    char* data = capacity > 0 ? &buf[0] : nullptr;
+    int length = kt_mp4_read(m_handle, &frame.kind, data, static_cast<int>(capacity), &frame.timestamp);
     frame.bytes = buf.substr(0, static_cast<size_t>(std::max(length, 0)));
     return length;
 }
@@ -193,11 +188,9 @@ int error_of(int result)
     return result < 0 ? errno : 0;
 }
 
-void record(const std::string& path, const Frames& frames)
+void record(const std::string& path, const Frames& frames, bool audio)
 {
-    bool audio =
-        std::any_of(frames.begin(), frames.end(), [](const Frame& f) { return f.kind == KT_MP4_AUDIO; });
-    Mp4(path, KT_MP4_CREATE, audio).write(frames);
+    EXPECT_EQ(Mp4(path, KT_MP4_CREATE, audio).write(frames), 0);
 }
 
 Frames read_back(const std::string& path)
@@ -219,14 +212,12 @@ void save(const std::string& path, const std::string& bytes)
 
 std::vector<size_t> box_boundaries(const std::string& bytes)
 {
-    static const std::vector<std::string> parents = {"moov", "trak", "mdia", "minf",
-                                                     "stbl", "mvex", "moof", "traf"};
+    const std::string parents = "moov trak mdia minf stbl mvex moof traf";
     std::vector<size_t> boundaries;
     size_t at = 0;
     while (at + 8 <= bytes.size()) {
         boundaries.push_back(at);
-        std::string type = bytes.substr(at + 4, 4);
-        bool enter = std::find(parents.begin(), parents.end(), type) != parents.end();
+        bool enter = parents.find(bytes.substr(at + 4, 4)) != std::string::npos;
         // The mdat of a finished file hides the boxes of the recording behind 16 bytes.
         if (be32(bytes, at) == 1)
             at += 16;
@@ -241,27 +232,21 @@ std::string run(const std::string& command)
 {
     std::string output;
     FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    char buf[4096];
-    for (size_t got; pipe && (got = fread(buf, 1, sizeof buf, pipe)) > 0;)
-        output.append(buf, got);
-    if (pipe)
-        pclose(pipe);
+    for (int c; (c = fgetc(pipe)) != EOF;)
+        output += static_cast<char>(c);
+    pclose(pipe);
     return output;
 }
 
-std::string probe(const std::string& path)
+std::string probe(const std::string& path, const std::string& entries)
 {
-    return run(
-        "ffprobe -v error -of csv=p=0 -show_entries stream=codec_name,width,height,sample_rate,channels" +
-        (" -show_entries format=duration " + path));
+    return run("ffprobe -v error -of csv=p=0 -show_entries " + entries + " " + path);
 }
 
 std::string decode(const std::string& path)
 {
     std::string messages = run("ffmpeg -v error -i " + path + " -f null -");
-    std::string frames = run("ffprobe -v error -count_frames -select_streams v -of csv=p=0 -show_entries "
-                             "stream=nb_read_frames " +
-                             path);
+    std::string frames = probe(path, "stream=nb_read_frames -count_frames -select_streams v");
     return messages + frames.substr(0, frames.find_first_of(",\n"));
 }
 

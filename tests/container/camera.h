@@ -2,6 +2,10 @@
 #ifndef TESTS_CONTAINER_CAMERA_H
 #define TESTS_CONTAINER_CAMERA_H
 
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,6 +13,8 @@
 
 namespace camera
 {
+
+const std::string start_code("\0\0\0\1", 4);
 
 struct Frame {
     int kind;
@@ -32,28 +38,30 @@ struct Scene {
 Frames shoot(const Scene& scene = {});
 
 Frames without_adts(Frames frames);
+/** Leave out the audio from one time on and before another. */
+Frames without_audio(const Frames& frames, unsigned begin, unsigned end);
 Frames only_video(const Frames& frames);
 bool is_prefix(const Frames& part, const Frames& whole);
 /** NAL units of an Annex B frame, without their start codes. */
 std::vector<std::string> nal_units(const std::string& frame);
 
 /** A folder that goes with its test. */
-class Folder
+class Folder : public testing::Test
 {
-public:
-    Folder();
-    ~Folder();
+protected:
+    Folder() { EXPECT_NE(mkdtemp(m_path.data()), nullptr); }
+    ~Folder() override { std::filesystem::remove_all(m_path); }
     std::string file(const std::string& name = "Rec.mp4") const { return m_path + "/" + name; }
 
 private:
-    std::string m_path;
+    std::string m_path = "/tmp/kt_mp4_XXXXXX";
 };
 
 /** A handle; closed at the end of its scope. */
 class Mp4
 {
 public:
-    Mp4(const std::string& path, int mode, bool audio = true, int width = 320, int height = 240);
+    Mp4(const std::string& path, int mode, bool audio = true);
     ~Mp4() { close(); }
     Mp4(const Mp4&) = delete;
     Mp4& operator=(const Mp4&) = delete;
@@ -62,7 +70,7 @@ public:
     int write(const Frame& frame, size_t first_piece = std::string::npos);
     /** @return frames that were refused */
     int write(const Frames& frames);
-    int read(Frame& frame);
+    int read(Frame& frame, size_t capacity = 4 << 20);
     Frames read_all();
     kt_mfile_info_t info() const;
     int seek(unsigned offset) { return kt_mp4_seek_read(m_handle, offset); }
@@ -77,7 +85,7 @@ private:
 int error_of(int result);
 
 /** Write a whole recording. */
-void record(const std::string& path, const Frames& frames);
+void record(const std::string& path, const Frames& frames, bool audio = true);
 /** @return no frames, too, when the file cannot be opened */
 Frames read_back(const std::string& path);
 
@@ -88,8 +96,8 @@ std::vector<size_t> box_boundaries(const std::string& bytes);
 
 /** Run a command. @return what it printed, its messages included */
 std::string run(const std::string& command);
-/** What ffprobe prints: for each stream "codec,width,height" or "codec,rate,channels", and the duration. */
-std::string probe(const std::string& path);
+/** What ffprobe prints of these entries, "section=key,key", as lines of values with commas between. */
+std::string probe(const std::string& path, const std::string& entries);
 /** Decode all with ffmpeg. @return "N" video frames, with its messages in front */
 std::string decode(const std::string& path);
 

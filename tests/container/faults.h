@@ -5,18 +5,14 @@
 #include <cstdint>
 #include <vector>
 
-namespace faults
-{
-
-/** Let writes fail (ENOSPC, half of the bytes written) from the nth one on, once or for good. 0: never. */
-void fail_write(int nth, bool once);
-/** Let writes and reservations succeed without doing anything. */
-void discard_writes(bool discard);
-/** Let reads past an offset fail (EIO), as where a cluster chain ends too early. Negative: none. */
-void fail_reads_past(int64_t offset);
-/** Lengths of the writes, and 0 for each sync, since the last call. */
-std::vector<uint64_t> take_calls();
-
-} // namespace faults
+struct Faults {
+    int failing_write =
+        0; /**< writes from the nth one on fail (ENOSPC, half of the bytes written); 0: none */
+    bool discarding = false; /**< writes and reservations succeed without doing anything */
+    int64_t readable_bytes =
+        INT64_MAX;               /**< past them reads fail (EIO), as where a cluster chain is too short */
+    std::vector<uint64_t> calls; /**< lengths of the writes that succeeded, and 0 for each sync */
+};
+extern Faults faults;
 
 #endif
