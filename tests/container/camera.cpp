@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <sstream>
 
 #include <sys/stat.h>
@@ -55,11 +56,9 @@ Frames video_of(const std::string& stream)
 Frames audio_of(const std::string& stream)
 {
     Frames frames;
-    for (size_t at = 0; at + 7 <= stream.size();) {
-        size_t length = be32(stream, at + 2) >> 5 & 0x1fff;
+    for (size_t at = 0; at + 7 <= stream.size(); at += frames.back().bytes.size()) {
         auto timestamp = static_cast<unsigned>(frames.size() * 1024 * 1000 / 44100);
-        frames.push_back({KT_MP4_AUDIO, stream.substr(at, length), timestamp});
-        at += length;
+        frames.push_back({KT_MP4_AUDIO, stream.substr(at, be32(stream, at + 2) >> 5 & 0x1fff), timestamp});
     }
     return frames;
 }
@@ -118,10 +117,8 @@ std::vector<std::string> nal_units(const std::string& frame)
     size_t at = frame.find(code);
     while (at != std::string::npos) {
         size_t next = frame.find(code, at + 3);
-        std::string nal = frame.substr(at + 3, next == std::string::npos ? next : next - at - 3);
-        while (next != std::string::npos && !nal.empty() && nal.back() == 0)
-            nal.pop_back();
-        nals.push_back(nal);
+        nals.push_back(frame.substr(at + 3, next - at - 3));
+        nals.back().erase(nals.back().find_last_not_of('\0') + 1); // the first zero of four-byte start codes
         at = next;
     }
     return nals;
@@ -181,6 +178,16 @@ int Mp4::close()
     int result = m_handle ? kt_mp4_close(m_handle) : 0;
     m_handle = nullptr;
     return result;
+}
+
+void expect_seeks(Mp4& player, const Frames& frames)
+{
+    for (unsigned offset = 0; offset < 6200; offset += 7) {
+        auto expected = std::find_if(frames.begin(), frames.end(),
+                                     [=](const Frame& frame) { return frame.timestamp >= offset; });
+        ASSERT_EQ(player.seek(offset), 0);
+        ASSERT_EQ(player.read_all(), Frames(expected, frames.end())) << offset;
+    }
 }
 
 int error_of(int result)

@@ -7,6 +7,7 @@
 #include <climits>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "include/kt_mp4.h"
@@ -20,10 +21,8 @@ struct Frame {
     int kind;
     std::string bytes;
     unsigned timestamp; /**< ms */
-    bool operator==(const Frame& other) const
-    {
-        return kind == other.kind && bytes == other.bytes && timestamp == other.timestamp;
-    }
+    auto fields() const { return std::tie(kind, bytes, timestamp); }
+    bool operator==(const Frame& other) const { return fields() == other.fields(); }
 };
 using Frames = std::vector<Frame>;
 
@@ -81,6 +80,8 @@ private:
     void* m_handle;
 };
 
+/** Seek to times a few ms apart; each time all frames come from the first one on that is not earlier. */
+void expect_seeks(Mp4& player, const Frames& frames);
 /** What a call reported: its errno, 0 when it did not fail. */
 int error_of(int result);
 
