@@ -1,9 +1,9 @@
 #include "tests/container/camera.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <iterator>

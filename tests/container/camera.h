@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <tuple>
