@@ -164,8 +164,7 @@ ExitCode check_card(const Context& context, bool repair)
 
 std::string check_footer()
 {
-    std::string text = R"(
-A finding is a line: its severity, its code, the file, what is wrong and what
+    std::string text = R"(A finding is a line: its severity, its code, the file, what is wrong and what
 mends it. A problem is footage or a catalogue entry that is damaged or in
 danger. A note is normal after a power cut, or the next mount mends it without
 loss. The check reads the card without the library, whose mount would change it.
@@ -175,7 +174,7 @@ are left, 1 that something could not be mended.
 )";
     for (const FindingKind* kind : finding::kinds) {
         std::string name = std::string(severity(*kind)) + " " + kind->code;
-        name.resize(23, ' ');
+        name.resize(24, ' ');
         text += "  " + name + kind->meaning + (kind->mended ? " (*)\n" : "\n");
     }
     return text + R"(

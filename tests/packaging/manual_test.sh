@@ -25,5 +25,6 @@ for expected in $(sed -n '/^## ifsctl/,/^## /s/^| `\([a-z]*\)`.*/\1/p' "$1/READM
     [ "$(grep -cE "^ +ifsctl $expected( \[?[A-Z]+\]?)?:" <<<"$tool")" = 1 ] ||
         { echo "ifsctl $expected is not described once"; status=1; }
 done
+grep -q '^ *the first partition has no FAT32 boot record$' <<<"$tool" || { echo "The findings of a check run on"; status=1; }
 [ "$(grep -c '^EXIT STATUS' <<<"$tool")" = 1 ] || { echo "The exit codes are not told once"; status=1; }
 exit $status
