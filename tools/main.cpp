@@ -212,6 +212,7 @@ void define_command_line(CLI::App& app, Options& options)
     app.set_help_flag("-h,--help", "Show this text");
     app.set_version_flag("--version", IFSCTL_VERSION, "Show the version");
     app.add_option("--card", options.card_path, "Folder of the virtual card (default: $IFS_CARD)")
+        ->type_name("FOLDER")
         ->option_text("FOLDER")
         ->envname("IFS_CARD");
     app.add_flag("--json", options.json, "Results as JSON");
