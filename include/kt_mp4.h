@@ -40,7 +40,8 @@ enum {
     KT_MP4_CREATE = 2, /**< make a new file; a path that exists is refused */
     /** Open an existing file for kt_mp4_getinfo() only, in at most 1 MiB of memory; reads no payload of a
        finished one. A file that cannot be read now (an I/O error, no free descriptor), or not by this
-       version, opens too, with a description that is all 0: it may be a recording; do not delete it. */
+       version, opens too, with a description that is 0 but for the name: it may be a recording; do not delete
+       it. */
     KT_MP4_PROBE = 4
 };
 
@@ -76,7 +77,7 @@ typedef struct kt_mfile_info_t {
  * of a torn first one. Opening finishes it, if the file can be read to its end and written and nobody records
  * into it; no frame in it is overwritten. KT_MP4_PROBE leaves a long one to KT_MP4_READ. A file that is being
  * recorded opens with what was flushed; a read at its end goes on with what was flushed later. A file of 0
- * bytes opens as a recording without frames, all of its description 0.
+ * bytes opens as a recording without frames, its description 0 but for the name.
  *
  * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
  * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.
@@ -90,8 +91,8 @@ typedef struct kt_mfile_info_t {
  * @param reserved1,reserved2  320 and 0; ignored
  * @return a handle that kt_mp4_close() releases, or NULL: the path exists (EEXIST, create) or does not
  *         (ENOENT), it is no MP4 file or too damaged (EBADMSG), of another version or too large to be played
- *         (ENOTSUP), a null path or an unknown mode (EINVAL). What a probe has no memory for (ENOMEM) may be
- * a recording, and is kept.
+ *         (ENOTSUP), a null path or an unknown mode (EINVAL). A file whose probe fails with ENOMEM may be a
+ *         recording; do not delete it.
  */
 void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_profile,
                   int audio_sample_rate_index, int audio_channel_conf, int mode, int have_audio,
