@@ -41,8 +41,10 @@ void Run::write()
                                             static_cast<int>(frame.size()) - first, type, handle.pts_us));
         handle.pts_us += m_random.chance(3) ? 0 - step_us : step_us;
     }
-    if (known)
-        *known = handle;
+    if (known) { // not always the one that was drawn: a closed one may have had its number
+        known->pts_us = handle.pts_us;
+        known->frames = handle.frames;
+    }
     say("write %d:%s", handle.fd, results.c_str());
 }
 
