@@ -21,8 +21,6 @@ extern "C" {
 
 /* ---- Records, in the caller's memory. The library sets every byte; those without a meaning are 0. ---- */
 
-/* The kind of a file in the records is 1 for MP4, the only format of recordings. */
-
 /** All that is known about one recording. 4,496 bytes on the camera. */
 typedef struct record_info_t {
     uint8_t reserved_1[12];
@@ -40,7 +38,7 @@ typedef struct record_info_t {
     int32_t audio_profile;
     int32_t audio_sample_rate_index; /**< a SAMPLE_RATE_INDEX_E value */
     int32_t audio_channel_conf;
-    int32_t file_kind;
+    int32_t file_kind; /**< 1: MP4, the only format of recordings */
     uint8_t reserved_4[16];
 } record_info_t;
 
@@ -67,7 +65,7 @@ typedef struct record_stat_t {
     int32_t audio_profile;
     int32_t audio_sample_rate_index; /**< a SAMPLE_RATE_INDEX_E value */
     int32_t audio_channel_conf;
-    int32_t file_kind;
+    int32_t file_kind; /**< 1: MP4, the only format of recordings */
 } record_stat_t;
 
 /* ---- Recordings ---- */
