@@ -8,6 +8,8 @@
 #include <functional>
 #include <initializer_list>
 #include <ostream>
+#include <regex>
+#include <sstream>
 #include <string>
 
 /** A broken-down UTC time from its six fields as people write them. */
@@ -71,15 +73,8 @@ inline std::string Printed(const std::function<void()>& action)
 /** The same without the prefixes of the lines, "[func:...][line:...]" and the clock behind it. */
 inline std::string Messages(const std::function<void()>& action)
 {
-    std::string text = Printed(action);
-    for (size_t at; (at = text.find("[func:")) != std::string::npos;) {
-        size_t end = at;
-        while (end < text.size() && text[end] == '[') {
-            end = text.find(']', end) + 1;
-        }
-        text.erase(at, end - at);
-    }
-    return text;
+    static const std::regex prefix(R"(\[func:[^\]]*\](\[[^\]]*\])*)");
+    return std::regex_replace(Printed(action), prefix, "");
 }
 
 /** Whether a text holds another. */
@@ -96,21 +91,13 @@ inline std::string Said(int result, const std::function<int()>& call)
     return Messages([&] { EXPECT_EQ(call(), result); });
 }
 
-/** Bytes from hex text; blanks and everything from '#' to the end of a line are skipped. */
+/** Bytes from hex text, blanks between; everything from '#' to the end of a line is skipped. */
 inline std::string Bytes(const std::string& hex)
 {
+    std::istringstream words(std::regex_replace(hex, std::regex("#[^\n]*"), ""));
     std::string bytes;
-    std::string digits;
-    bool comment = false;
-    for (const char c : hex) {
-        comment = c == '#' || (comment && c != '\n');
-        if (!comment && isxdigit(static_cast<unsigned char>(c))) {
-            digits += c;
-        }
-        if (digits.size() == 2) {
-            bytes += static_cast<char>(std::stoi(digits, nullptr, 16));
-            digits.clear();
-        }
+    for (std::string word; words >> word;) {
+        bytes += static_cast<char>(std::stoi(word, nullptr, 16));
     }
     return bytes;
 }
