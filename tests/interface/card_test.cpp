@@ -38,10 +38,7 @@ void CardTest::SetUp()
     std::string folder = testing::TempDir() + "ifs-card-XXXXXX";
     ASSERT_NE(mkdtemp(folder.data()), nullptr);
     m_folder = folder;
-    ASSERT_EQ(hostcard_create(m_folder.c_str(), 8000000000ULL, 255, 63), 0);
-    ASSERT_EQ(hostcard_insert(m_folder.c_str()), 0);
-    m_files = hostcard_mount_point();
-    hostcard_scale_sleep(0.001);
+    Insert_blank();
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     ASSERT_EQ(Ifsi_format(), 0);
     Mount();
@@ -57,6 +54,16 @@ void CardTest::TearDown()
     std::filesystem::remove_all(m_folder);
 }
 
+void CardTest::Insert_blank(unsigned long long bytes, unsigned heads, unsigned sectors)
+{
+    hostcard_eject();
+    std::filesystem::remove_all(m_folder);
+    ASSERT_EQ(hostcard_create(m_folder.c_str(), bytes, heads, sectors), 0);
+    ASSERT_EQ(hostcard_insert(m_folder.c_str()), 0);
+    hostcard_scale_sleep(0.001);
+    m_files = hostcard_mount_point();
+}
+
 void CardTest::Mount()
 {
     ASSERT_EQ(Ifsi_mount(m_files.c_str()), 0);
@@ -69,9 +76,9 @@ void CardTest::Remount()
     Mount();
 }
 
-int CardTest::Create(tm start, int stream, int video_res)
+int CardTest::Create(tm start, int stream)
 {
-    return Ifsi_create(&start, 1, video_res, 320, 240, 25, 2, SAMPLE_RATE_INDEX_8000, 1, 0,
+    return Ifsi_create(&start, 1, 6, 320, 240, 25, 2, SAMPLE_RATE_INDEX_8000, 1, 0,
                        static_cast<_ifs_stream_type_>(stream));
 }
 
@@ -85,29 +92,37 @@ void CardTest::Write_seconds(int fd, int seconds)
     }
 }
 
-void CardTest::Record_until(tm start, tm end, int stream)
+void CardTest::Record_until(tm start, tm end, int stream, int seconds)
 {
     const int fd = Create(start, stream);
-    Write_seconds(fd, 2);
+    EXPECT_GT(fd, 0);
+    Write_seconds(fd, seconds);
     Ifsi_close(fd, &end);
 }
 
 std::string CardTest::Record(tm start, int seconds, int stream)
 {
-    const int fd = Create(start, stream);
-    EXPECT_GT(fd, 0);
-    Write_seconds(fd, seconds);
     tm end = start;
     end.tm_sec += seconds;
-    Ifsi_close(fd, &end);
+    Record_until(start, end, stream, seconds);
     char path[128];
     EXPECT_EQ(Ifsi_get_file_name_v2(&start, static_cast<_ifs_stream_type_>(stream), path), 0);
     return std::filesystem::path(path).filename();
 }
 
+int CardTest::Play(tm start, int stream)
+{
+    return Ifsi_open_v2(&start, static_cast<_ifs_stream_type_>(stream));
+}
+
+int CardTest::Find(int stream, tm from, tm to)
+{
+    return Ifsi_find_open(&from, &to, static_cast<_ifs_stream_type_>(stream));
+}
+
 std::vector<_ifs_rec_file_> CardTest::Search(int stream, tm from, tm to)
 {
-    const int search = Ifsi_find_open(&from, &to, static_cast<_ifs_stream_type_>(stream));
+    const int search = Find(stream, from, to);
     std::vector<_ifs_rec_file_> found(static_cast<size_t>(Ifsi_find_get_count(search)) + 1);
     found.resize(static_cast<size_t>(Ifsi_find_next(search, static_cast<int>(found.size()), found.data())));
     Ifsi_find_close(search);

@@ -25,26 +25,32 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    /** Insert a new blank card in place of an inserted one. */
+    void Insert_blank(unsigned long long bytes = 8000000000ULL, unsigned heads = 255, unsigned sectors = 63);
     /** Mount and wait for the catalogue. */
     void Mount();
     /** Unmount and mount again. */
     void Remount();
 
     /** Begin a recording. @return its handle */
-    int Create(tm start, int stream = IFS_STREAM_MAIN, int video_res = 6);
+    static int Create(tm start, int stream = IFS_STREAM_MAIN);
     /** Write seconds of stream time, one frame a second, the first a key frame. */
-    void Write_seconds(int fd, int seconds);
-    /** Make a finished recording that holds 2 s and ends when it is told. */
-    void Record_until(tm start, tm end, int stream = IFS_STREAM_MAIN);
+    static void Write_seconds(int fd, int seconds);
+    /** Make a finished recording that ends when it is told, whatever it holds. */
+    static void Record_until(tm start, tm end, int stream = IFS_STREAM_MAIN, int seconds = 2);
     /** Make a finished recording of the given length. @return its file's name */
-    std::string Record(tm start, int seconds = 10, int stream = IFS_STREAM_MAIN);
+    static std::string Record(tm start, int seconds = 10, int stream = IFS_STREAM_MAIN);
+    /** Begin a playback. @return its handle */
+    static int Play(tm start, int stream = IFS_STREAM_MAIN);
 
-    /** What a search finds, of the whole day unless a range is given. */
-    std::vector<_ifs_rec_file_> Search(int stream, tm from = At(0, 0), tm to = At(23, 59, 59));
+    /** Begin a search, of the whole day unless a range is given. @return its handle */
+    static int Find(int stream, tm from = At(0, 0), tm to = At(23, 59, 59));
+    /** What a search finds. */
+    static std::vector<_ifs_rec_file_> Search(int stream, tm from = At(0, 0), tm to = At(23, 59, 59));
     /** Starts of the recordings found, "hh:mm:ss" each, blanks between. */
-    std::string Starts(int stream);
+    static std::string Starts(int stream);
     /** Main and sub counts, e.g. "2 0". */
-    std::string Counts();
+    static std::string Counts();
 
     /** The next frame of a playback, its header in front. */
     struct Frame {
