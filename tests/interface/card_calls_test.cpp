@@ -47,12 +47,9 @@ TEST_F(CardCalls, MountOnlyACardThatIsThereAndFormatted)
 TEST_F(CardCalls, UnmountIsRefusedWhileSomethingIsOpen)
 {
     Record(At(9, 0));
-    tm start = At(9, 0);
-    tm end = At(10, 0);
-    int playing = -1;
-    Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
+    const int playing = Play(At(9, 0));
     const int recording = Create(At(10, 0));
-    const int search = Ifsi_find_open(&start, &end, IFS_STREAM_MAIN);
+    const int search = Find(IFS_STREAM_MAIN);
     const auto umount = [] { EXPECT_EQ(Ifsi_umount(), -1); };
     EXPECT_EQ(Messages(umount), "m_playing_file_table is not empty!\n");
     Ifsi_close(playing, nullptr);
@@ -80,13 +77,13 @@ TEST_F(CardCalls, AnswerAsDocumentedWhileNothingIsMounted)
     const std::string refused = "You must mount file system first\n";
     EXPECT_EQ(Ifsi_get_file_number(&main_number, &sub_number), -1);
     EXPECT_EQ(main_number + sub_number, 0u);
-    EXPECT_EQ(Said(-1, [&] { return Create(At(9, 0)); }), refused);
+    EXPECT_EQ(Said(-1, [] { return Create(At(9, 0)); }), refused);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_open(&rec); }), refused);
-    EXPECT_EQ(Said(-1, [&] { return Ifsi_open_v2(&t, IFS_STREAM_MAIN); }), refused);
+    EXPECT_EQ(Said(-1, [] { return Play(At(9, 0)); }), refused);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_open_v3(path); }), refused);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_get_file_name(&rec, path); }), refused);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_get_file_name_v2(&t, IFS_STREAM_SUB, path); }), refused);
-    EXPECT_EQ(Said(-1, [&] { return Ifsi_find_open(&t, &t, IFS_STREAM_MAIN); }), refused);
+    EXPECT_EQ(Said(-1, [] { return Find(IFS_STREAM_MAIN); }), refused);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days); }), refused);
     EXPECT_EQ(days[0], 7);
     EXPECT_EQ(Said(-3, [&] { return Ifsi_get_latest_rec_time(&t); }), refused);
@@ -95,13 +92,11 @@ TEST_F(CardCalls, AnswerAsDocumentedWhileNothingIsMounted)
 
 TEST_F(CardCalls, FindAMountPointByDirectoryOrDevice)
 {
-    const std::string table = m_folder + "/mounts";
-    FILE* file = fopen(table.c_str(), "w");
-    fputs("rootfs / rootfs rw 0 0\n/dev/hd/sda1 /mnt/sd vfat rw 0 0\n", file);
-    fclose(file);
-    EXPECT_NE(find_mount_point("/mnt/sd/", table.c_str()), nullptr);
-    EXPECT_NE(find_mount_point("/dev/hd/sda1", table.c_str()), nullptr);
-    EXPECT_NE(find_mount_point("/", table.c_str()), nullptr);
+    Put_file("mounts", "rootfs / rootfs rw 0 0\n/dev/hd/sda1 /mnt/sd vfat rw 0 0\n");
+    const std::string table = m_files + "/mounts";
+    for (const char* mounted : {"/mnt/sd/", "/dev/hd/sda1", "/"}) {
+        EXPECT_NE(find_mount_point(mounted, table.c_str()), nullptr) << mounted;
+    }
     EXPECT_NE(find_mount_point("/proc/", nullptr), nullptr);
     EXPECT_EQ(find_mount_point("/mnt", table.c_str()), nullptr);
     EXPECT_EQ(find_mount_point(std::string(500, '/').c_str(), table.c_str()), nullptr);

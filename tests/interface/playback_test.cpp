@@ -9,8 +9,7 @@ protected:
     std::string Open_at(tm t, int stream)
     {
         int fd = -1;
-        const std::string said =
-            Messages([&] { fd = Ifsi_open_v2(&t, static_cast<_ifs_stream_type_>(stream)); });
+        const std::string said = Messages([&] { fd = Play(t, stream); });
         if (fd < 0) {
             return said;
         }
@@ -78,9 +77,8 @@ TEST_F(Playback, ReadsThePlainBytesBesideTheFrames)
 TEST_F(Playback, OfTheMainStreamNeedsTheExactStart)
 {
     Record(At(10, 0), 50);
-    tm t = At(10, 0);
     int fd = -1;
-    EXPECT_EQ(Messages([&] { fd = Ifsi_open_v2(&t, IFS_STREAM_MAIN); }), // whatever the mask
+    EXPECT_EQ(Messages([&] { fd = Play(At(10, 0)); }), // whatever the mask
               "Ifs_open Find Ok(main, 2019-10-12 10:00:00)(2019-10-12 10:00:00)(2019-10-12 10:00:50)\n");
     Ifsi_close(fd, nullptr);
     EXPECT_EQ(Open_at(At(10, 0, 15), IFS_STREAM_MAIN),
@@ -118,9 +116,7 @@ TEST_F(Playback, FindsRecordingsThatAreStillBeingWritten)
     EXPECT_EQ(Open_at(At(9, 0), IFS_STREAM_SUB), "10:00:00"); // following: the catalogue's first
 
     Ifsi_set_debug_level(IFS_DEBUG_DETAIL);
-    tm t = At(13, 0);
-    const std::string said = Said(-1, [&] { return Ifsi_open_v2(&t, IFS_STREAM_SUB); });
-    EXPECT_TRUE(Holds(said, "list_find_bitmap:0x00000000, 5, 1\n"));
+    EXPECT_TRUE(Holds(Open_at(At(13, 0), IFS_STREAM_SUB), "list_find_bitmap:0x00000000, 5, 1\n"));
     Ifsi_set_debug_level(IFS_DEBUG_ERROR);
     Ifsi_close(running, nullptr);
 }
@@ -138,9 +134,10 @@ TEST_F(Playback, RefusesWhatIsNoRecordingAndKeepsNoHandle)
     EXPECT_EQ(Open("Rec_20191012_110000_061_M.mp4"), -1);
     char buf[64];
     _ifs_rec_file_ rec;
-    EXPECT_EQ(Said(-1, [&] { return Ifsi_read_standard(7, buf, 1); }), "It's not playing file(7)\n");
-    EXPECT_EQ(Said(-1, [&] { return Ifsi_seek(7, 0, SEEK_SET); }), "It's not playing file(7)\n");
-    EXPECT_EQ(Said(-1, [&] { return Ifsi_tseek(7, 0); }), "It's not playing file(7)\n");
+    const std::string refused = "It's not playing file(7)\n";
+    EXPECT_EQ(Said(-1, [&] { return Ifsi_read_standard(7, buf, 1); }), refused);
+    EXPECT_EQ(Said(-1, [] { return Ifsi_seek(7, 0, SEEK_SET); }), refused);
+    EXPECT_EQ(Said(-1, [] { return Ifsi_tseek(7, 0); }), refused);
     EXPECT_EQ(Said(-1, [&] { return Ifsi_stat(7, &rec); }), "Invalid fd\n");
 }
 
@@ -165,21 +162,16 @@ TEST_F(Playback, TellsFileNamesOfFinishedAndRunningRecordings)
 TEST_F(Playback, ReadsARecordingWhileItIsWritten)
 {
     const int running = Create(At(10, 0));
-    tm t = At(10, 0);
-    int fd = -1;
-    Printed([&] { fd = Ifsi_open_v2(&t, IFS_STREAM_MAIN); });
-    EXPECT_GT(fd, 0); // nothing is flushed yet
-    Ifsi_close(fd, nullptr);
+    EXPECT_EQ(Open_at(At(10, 0), IFS_STREAM_MAIN), "10:00:00"); // nothing is flushed yet
     Write_seconds(running, 20);
-    Printed([&] { fd = Ifsi_open_v2(&t, IFS_STREAM_MAIN); });
+    const int fd = Play(At(10, 0));
     int frames = 0;
     while (Read(fd).length > 0) {
         ++frames;
     }
     EXPECT_GE(frames, 15);
     _ifs_rec_file_ rec;
-    EXPECT_NE(Said(0, [&] { return Ifsi_stat(running, &rec); }).find("end time(2019-10-12 10:00:19)"),
-              std::string::npos);
+    EXPECT_TRUE(Holds(Said(0, [&] { return Ifsi_stat(running, &rec); }), "end time(2019-10-12 10:00:19)"));
     EXPECT_EQ(Read(running).length, -1);
     Ifsi_close(fd, nullptr);
     Ifsi_close(running, nullptr);

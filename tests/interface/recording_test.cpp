@@ -108,9 +108,7 @@ TEST_F(Recording, ChecksFreeSpaceOnceIn32MiB)
 TEST_F(Recording, RefusesForeignHandles)
 {
     Record(At(9, 0));
-    tm start = At(9, 0);
-    int playing = -1;
-    Printed([&] { playing = Ifsi_open_v2(&start, IFS_STREAM_MAIN); });
+    const int playing = Play(At(9, 0));
     char byte = 0;
     for (const int fd : {playing, 0, -1, 33}) {
         EXPECT_EQ(Said(-1, [&] { return Ifsi_write(fd, &byte, 1, nullptr, 0, IFS_FRAME_I, 0); }),

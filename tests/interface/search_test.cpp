@@ -20,12 +20,10 @@ TEST_F(SearchTest, HandsOutItsResultsInPortions)
     for (int minute = 11; minute >= 0; --minute) {
         Record(At(10, minute), 2);
     }
-    tm from = At(0, 0);
-    tm to = At(23, 0);
     Ifsi_set_debug_level(IFS_DEBUG_TRACE | IFS_DEBUG_ERROR);
     int search = -1;
-    EXPECT_EQ(Messages([&] { search = Ifsi_find_open(&from, &to, IFS_STREAM_MAIN); }),
-              "start time:2019-10-12 00:00:00, end time:2019-10-12 23:00:00, stream type:0, number:12\n");
+    EXPECT_EQ(Messages([&] { search = Find(IFS_STREAM_MAIN); }),
+              "start time:2019-10-12 00:00:00, end time:2019-10-12 23:59:59, stream type:0, number:12\n");
     _ifs_rec_file_ out[5];
     EXPECT_EQ(Ifsi_find_next(search, 0, out), 0);
     EXPECT_EQ(Ifsi_find_next(search, -3, out), 0);
@@ -49,14 +47,12 @@ TEST_F(SearchTest, HandsOutItsResultsInPortions)
 
 TEST_F(SearchTest, EightCanBeOpen)
 {
-    tm t = At(0, 0);
     int searches[8];
     for (int& search : searches) {
-        search = Ifsi_find_open(&t, &t, IFS_STREAM_SUB);
+        search = Find(IFS_STREAM_SUB);
         EXPECT_GT(search, 0);
     }
-    EXPECT_EQ(Said(-1, [&] { return Ifsi_find_open(&t, &t, IFS_STREAM_SUB); }),
-              "There is no free search handle\n");
+    EXPECT_EQ(Said(-1, [] { return Find(IFS_STREAM_SUB); }), "There is no free search handle\n");
     for (const int search : searches) {
         Ifsi_find_close(search);
     }
@@ -71,9 +67,7 @@ TEST_F(SearchTest, BringsRunningRecordingsUpToDateWhenTheyAreFetched)
     for (const int fd : {finished_later, still_running, vanishing}) {
         Write_seconds(fd, 20);
     }
-    tm from = At(0, 0);
-    tm to = At(23, 0);
-    const int search = Ifsi_find_open(&from, &to, IFS_STREAM_MAIN);
+    const int search = Find(IFS_STREAM_MAIN);
     EXPECT_EQ(Ifsi_find_get_count(search), 4);
     tm end = At(10, 0, 50);
     Ifsi_close(finished_later, &end);
