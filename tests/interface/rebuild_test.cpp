@@ -73,8 +73,7 @@ TEST_F(Rebuild, KeepsWhatAPassingFaultHides)
             EXPECT_EQ(Starts(IFS_STREAM_MAIN), "10:00:00 11:00:00") << call << " " << nth;
         }
     }
-    tm start = At(11, 0);
-    const int playback = Ifsi_open_v2(&start, IFS_STREAM_MAIN);
+    const int playback = Play(At(11, 0));
     EXPECT_GT(Read(playback).length, 0);
     Ifsi_close(playback, nullptr);
 }
@@ -137,6 +136,7 @@ TEST_F(Rebuild, DeletesOnlyRecordFilesThatNoContainerCanRead)
     Put_file("Rec_20191012_090000_061_M.mp4", std::string(5000, 'x'));
     Put_file("Rec_20191012_100000_061_S.mp4", "");
     const std::string printed = Remount_messages(IFS_DEBUG_ERROR);
+    EXPECT_TRUE(Holds(printed, "Ifsod_open_file Failed(" + m_files + "/system_index_main)\n"));
     EXPECT_TRUE(Holds(printed, "Remove file1(Rec_20191012_090000_061_M.mp4)\n"));
     EXPECT_TRUE(Holds(printed, "Remove file3(Rec_20191012_100000_061_S.mp4)\n"));
     EXPECT_FALSE(Exists("Rec_20191012_090000_061_M.mp4") || Exists("Rec_20191012_100000_061_S.mp4"));
@@ -177,14 +177,6 @@ TEST_F(Rebuild, NoticesACardOfTheOlderNaming)
     gCard_fs_version = 2;
 }
 
-TEST_F(Rebuild, OfAnEmptyCardWritesNothing)
-{
-    hostcard_fail(HOSTCARD_WRITE, 1, EIO, 0);
-    const std::string printed = Remount_messages(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
-    EXPECT_EQ(printed.find("write"), std::string::npos) << printed;
-    EXPECT_TRUE(Holds(printed, "Ifsod_open_file Failed(" + m_files + "/system_index_main)\n"));
-}
-
 TEST_F(Rebuild, UsesTheDemoIndexWhenAsked)
 {
     Ifsi_set_demo_flag();
@@ -199,8 +191,8 @@ TEST_F(Rebuild, GoesOnWhenTheDirectoryCannotBeRead)
     Record(At(9, 0));
     ASSERT_EQ(Ifsi_umount(), 0);
     hostcard_fail(HOSTCARD_OPENDIR, 2, EIO, 1); // the first is the search for the card
-    EXPECT_NE(Messages([this] { Mount(); }).find("opendir(" + m_files + ") Failed(Input/output error)\n"),
-              std::string::npos);
+    EXPECT_TRUE(
+        Holds(Messages([this] { Mount(); }), "opendir(" + m_files + ") Failed(Input/output error)\n"));
     EXPECT_EQ(Counts(), "0 0");
     EXPECT_FALSE(Exists("system_index_main"));
     Remount();
