@@ -127,13 +127,6 @@ protected:
         hostcard_set_listing(nullptr);
         CardTest::TearDown();
     }
-
-    static CIfsThreadLock* Lock_of(unsigned lock)
-    {
-        return lock == LOCK_INTERFACE ? pgIfs_interface_tl
-               : lock == LOCK_WRITE   ? pgIfs_write_tl
-                                      : pgIfs_read_tl;
-    }
 };
 
 TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
@@ -181,13 +174,15 @@ TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
         {"Ifsi_set_overlap", 0, [] { Ifsi_set_overlap(1); }},
         {"Ifsi_set_debug_level", 0, [] { Ifsi_set_debug_level(0); }},
     };
-    for (const unsigned held : {i, w, r}) {
+    const std::pair<unsigned, CIfsThreadLock*> locks[] = {
+        {i, pgIfs_interface_tl}, {w, pgIfs_write_tl}, {r, pgIfs_read_tl}};
+    for (const auto& [held, lock] : locks) {
         for (const Call& call : calls) {
-            Lock_of(held)->Tl_lock(nullptr);
+            lock->Tl_lock(nullptr);
             const Running_call running(call.run);
             EXPECT_TRUE((call.locks & held) != 0 ? running.Waits() : running.Returns())
                 << call.name << " while lock " << held << " is held";
-            Lock_of(held)->Tl_unlock(nullptr);
+            lock->Tl_unlock(nullptr);
         }
     }
 }
