@@ -10,21 +10,15 @@
 
 class LegacyTest : public CardTest
 {
-protected:
-    /** A search of the whole day. */
-    int Open_search(int stream)
-    {
-        tm from = At(0, 0);
-        tm to = At(23, 59, 59);
-        return rec_find_open(&from, &to, 77, stream);
-    }
 };
 
 TEST_F(LegacyTest, FetchesSearchResultsIntoBothArraysAndNoFurther)
 {
     Record(At(10, 0), 10, IFS_STREAM_SUB);
     Record(At(11, 0), 10, IFS_STREAM_SUB);
-    const int search = Open_search(5);
+    tm from = At(0, 0);
+    tm to = At(23, 59, 59);
+    const int search = rec_find_open(&from, &to, 77, 5);
     EXPECT_EQ(rec_find_getcounts(search), 2);
 
     struct {
