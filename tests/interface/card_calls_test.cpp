@@ -1,8 +1,6 @@
 #include "tests/interface/card_test.h"
 
-class CardCalls : public CardTest
-{
-};
+using CardCalls = CardTest;
 
 TEST_F(CardCalls, DescribeTheCard)
 {

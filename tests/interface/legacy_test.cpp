@@ -8,9 +8,7 @@
 
 #include "tests/interface/card_test.h"
 
-class LegacyTest : public CardTest
-{
-};
+using LegacyTest = CardTest;
 
 TEST_F(LegacyTest, FetchesSearchResultsIntoBothArraysAndNoFurther)
 {

@@ -1,8 +1,6 @@
 #include "tests/interface/card_test.h"
 
-class SearchTest : public CardTest
-{
-};
+using SearchTest = CardTest;
 
 TEST_F(SearchTest, MatchesWhatOverlapsTheRangeBoundsIncluded)
 {
