@@ -2,9 +2,7 @@
 
 #include "tests/interface/card_test.h"
 
-class Recording : public CardTest
-{
-};
+using Recording = CardTest;
 
 TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
 {
@@ -30,11 +28,9 @@ TEST_F(Recording, EntersCatalogueAndIndexWhenItIsClosed)
 
     const _ifs_rec_file_ rec = Search(IFS_STREAM_MAIN).at(0);
     EXPECT_EQ(Text(rec.end_tm), "2019-10-12 17:17:32");
-    EXPECT_EQ(Numbers({rec.video_res, rec.video_system, rec.frame_rate, rec.width, rec.height}),
-              "6 1 25 320 240");
-    EXPECT_EQ(
-        Numbers({rec.have_audio, rec.audio_profile, rec.audio_sample_rate_index, rec.audio_channel_conf}),
-        "0 2 11 1");
+    EXPECT_EQ(Numbers({rec.video_res, rec.video_system, rec.frame_rate, rec.width, rec.height, rec.have_audio,
+                       rec.audio_profile, rec.audio_sample_rate_index, rec.audio_channel_conf}),
+              "6 1 25 320 240 0 2 11 1");
     EXPECT_GT(rec.file_size, 1000);
 
     // The end of a recording under a second is its start made regular.
@@ -48,13 +44,12 @@ TEST_F(Recording, WithoutFramesIsDeleted)
 {
     Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
     const int fd = Create(At(10, 0));
-    EXPECT_TRUE(Exists("Rec_20191012_100000_061_M.mp4"));
+    const std::string name = "Rec_20191012_100000_061_M.mp4";
+    EXPECT_TRUE(Exists(name));
     const std::string printed = Said(0, [&] { return Ifsi_close(fd, nullptr); });
-    EXPECT_TRUE(Holds(printed, "file size is zero\nremove file(" + m_files +
-                                   ", Rec_20191012_100000_061_M.mp4)\n" + "Remove file(" + m_files +
-                                   "/Rec_20191012_100000_061_M.mp4)\nfd:" + std::to_string(fd) +
-                                   ", ret_val:0\n"));
-    EXPECT_FALSE(Exists("Rec_20191012_100000_061_M.mp4"));
+    EXPECT_TRUE(Holds(printed, "file size is zero\nremove file(" + m_files + ", " + name + ")\nRemove file(" +
+                                   m_files + "/" + name + ")\nfd:" + std::to_string(fd) + ", ret_val:0\n"));
+    EXPECT_FALSE(Exists(name));
     EXPECT_EQ(Counts(), "0 0");
 }
 
