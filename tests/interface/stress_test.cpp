@@ -9,16 +9,9 @@
 class Stress : public CardTest
 {
 protected:
-    /** Set the exported limit as a host does that lets the library's workers run. */
-    static void Limit_files(unsigned limit)
-    {
-        __atomic_store_n(&gFs_max_file_number, limit, __ATOMIC_RELAXED);
-    }
-
     /** Run bodies, each of which goes on until m_stop, side by side. */
-    void Run_together(const std::vector<std::function<void()>>& bodies, std::chrono::milliseconds time)
+    void Run_together(const std::vector<std::function<void()>>& bodies)
     {
-        m_stop = false;
         std::vector<std::thread> threads;
         for (const auto& body : bodies) {
             threads.emplace_back([this, &body] {
@@ -27,7 +20,7 @@ protected:
                 }
             });
         }
-        std::this_thread::sleep_for(time);
+        std::this_thread::sleep_for(std::chrono::seconds(4));
         m_stop = true;
         for (std::thread& thread : threads) {
             thread.join();
@@ -43,7 +36,7 @@ TEST_F(Stress, EveryCallBesideEveryOther)
         Record(At(8, i), 2, IFS_STREAM_SUB);
     }
     Printed([] { Ifsi_init(); });
-    Limit_files(45);
+    __atomic_store_n(&gFs_max_file_number, 45, __ATOMIC_RELAXED); // the library's worker reads it
     tm from = At(0, 0);
     tm to = At(23, 59);
     const auto record = [this](int stream) {
@@ -105,7 +98,7 @@ TEST_F(Stress, EveryCallBesideEveryOther)
         },
     };
     testing::internal::CaptureStdout();
-    Run_together(bodies, std::chrono::seconds(4));
+    Run_together(bodies);
     Ifsi_set_debug_level(0);
     const std::string printed = testing::internal::GetCapturedStdout();
     // No message lies inside another: each prefix begins a line or follows a text's own blank line.
@@ -113,7 +106,7 @@ TEST_F(Stress, EveryCallBesideEveryOther)
         ASSERT_TRUE(at == 0 || printed[at - 1] == '\n') << printed.substr(at > 200 ? at - 200 : 0, 300);
     }
     Ifsi_set_overlap(0);
-    Limit_files(0);
+    __atomic_store_n(&gFs_max_file_number, 0, __ATOMIC_RELAXED);
     Mount();
     EXPECT_NE(Counts(), "0 0");
 }
