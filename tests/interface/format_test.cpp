@@ -87,8 +87,7 @@ TEST_F(Format, NamesTheStepThatFailed)
 TEST_F(Format, WaitsAMinuteForThePartition)
 {
     Ifsi_set_debug_level(IFS_DEBUG_ERROR | IFS_DEBUG_TRACE);
-    const std::string first = Messages([] { Ifsi_format(); });
-    EXPECT_EQ(first, "fdisk OK!(0)\n");
+    EXPECT_EQ(Messages([] { Ifsi_format(); }), "fdisk OK!(0)\n");
     Insert_blank();
     hostcard_fail(HOSTCARD_REREAD, 1, EBUSY, 0);
     std::string expected;
