@@ -47,9 +47,7 @@ TEST(RecFileName, IsBuiltAndReadBack)
     CIpcRecFile::SIrf_get_rec_info(name, &parsed);
     EXPECT_EQ(Built(parsed), name);
 
-    info.rec.stream_type = IFS_STREAM_MAIN;
     info.rec.video_res = 100; // not read back
-    EXPECT_EQ(Built(info), "Rec_20191012_171723_1001_M.mp4");
     info.rec.stream_type = static_cast<_ifs_stream_type_>(2);
     EXPECT_EQ(Built(info), "Rec_20191012_171723_1001_.mp4Invalid stream type(2)\n");
     info.info_mask = REC_INFO_NAME & ~REC_INFO_STREAM_TYPE;
