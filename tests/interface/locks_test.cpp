@@ -148,7 +148,7 @@ TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
         {"Ifsi_format", i, [] { Ifsi_format(); }},
         {"Ifsi_is_full", i, [] { Ifsi_is_full(); }},
         {"Ifsi_get_system_info", i, [&] { Ifsi_get_system_info(&info); }},
-        {"Ifsi_create", i | w, [this] { Create(At(10, 0)); }},
+        {"Ifsi_create", i | w, [] { Create(At(10, 0)); }},
         {"Ifsi_write", w, [] { Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0); }},
         {"Ifsi_close", i | w | r, [] { Ifsi_close(99, nullptr); }},
         {"Ifsi_open", i | r, [&] { Ifsi_open(&rec); }},
@@ -169,7 +169,7 @@ TEST_F(Locks, AreWaitedForExactlyAsTheInterfaceSays)
         {"Ifsi_find_get_count", i, [] { Ifsi_find_get_count(99); }},
         {"Ifsi_find_next", i, [] { Ifsi_find_next(99, 1, nullptr); }},
         {"Ifsi_get_rec_calendar", i, [&] { Ifsi_get_rec_calendar(&t, &t, IFS_STREAM_MAIN, days); }},
-        {"Ifsi_get_file_number", i, [this] { Counts(); }},
+        {"Ifsi_get_file_number", i, [] { Counts(); }},
         {"Ifsi_loading_rebuilding_index_file_flag", 0, [] { Ifsi_loading_rebuilding_index_file_flag(); }},
         {"Ifsi_set_overlap", 0, [] { Ifsi_set_overlap(1); }},
         {"Ifsi_set_debug_level", 0, [] { Ifsi_set_debug_level(0); }},
@@ -209,7 +209,7 @@ TEST_F(Locks, PassFromTheMountToTheRebuildWorker)
     flockfile(stdout);
     const Running_call mount([this] { EXPECT_EQ(Ifsi_mount(m_files.c_str()), 0); });
     EXPECT_TRUE(mount.Returns());
-    const Running_call count([this] { Counts(); });
+    const Running_call count([] { Counts(); });
     EXPECT_TRUE(count.Waits());
     EXPECT_EQ(Ifsi_loading_rebuilding_index_file_flag(), 1);
     EXPECT_EQ(Ifsi_write(99, nullptr, 0, nullptr, 0, IFS_FRAME_I, 0), -1); // does not wait
