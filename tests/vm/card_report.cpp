@@ -10,10 +10,12 @@ namespace
 
 constexpr int k_largest_frame = 2 << 20;
 constexpr int k_most_bad_reads = 3; // one behind the other
+constexpr size_t k_most_missing = 1000;
 
 struct Played {
     size_t frames = 0;
     size_t same = 0;
+    size_t missing = 0;
     int bad = 0;
     unsigned long long video_ms = 0;
 };
@@ -42,14 +44,17 @@ Played Play(_ifs_rec_file_& entry, const Footage& footage)
             continue;
         }
         bad_reads = 0;
-        const Footage_frame frame = footage.Frame(start, entry.stream_type, played.frames++);
+        ++played.frames;
         const std::string bytes(buf + payload_offset, static_cast<size_t>(payload_len));
-        if (played.same + 1 != played.frames || type != frame.type || bytes != frame.bytes) {
-            continue;
-        }
-        ++played.same;
-        if (type != IFS_FRAME_AUDIO) {
-            played.video_ms = frame.pts_us / 1000;
+        const size_t next = played.same + played.missing;
+        for (size_t number = next; number <= next + k_most_missing; ++number) {
+            const Footage_frame frame = footage.Frame(start, entry.stream_type, number);
+            if (type == frame.type && bytes == frame.bytes) {
+                ++played.same;
+                played.missing += number - next;
+                played.video_ms = type != IFS_FRAME_AUDIO ? frame.pts_us / 1000 : played.video_ms;
+                break;
+            }
         }
     }
     Ifsi_close(fd, nullptr);
@@ -66,10 +71,10 @@ void Report_stream(_ifs_stream_type_ stream, const Footage& footage)
         char path[128] = "";
         Ifsi_get_file_name(&entry, path);
         const Played played = Play(entry, footage);
-        fprintf(stderr, "recording %s seconds=%lld frames=%zu same=%zu video_ms=%llu bad=%d\n",
+        fprintf(stderr, "recording %s seconds=%lld frames=%zu same=%zu missing=%zu video_ms=%llu bad=%d\n",
                 strrchr(path, '/') + 1,
                 static_cast<long long>(timegm(&entry.end_tm) - timegm(&entry.start_tm)), played.frames,
-                played.same, played.video_ms, played.bad);
+                played.same, played.missing, played.video_ms, played.bad);
     }
     Ifsi_find_close(search);
 }

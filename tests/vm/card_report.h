@@ -7,9 +7,10 @@
  * Mount the card, play every recording to its end, unmount, and print what was found to standard error:
  *
  *     mounted main=COUNT sub=COUNT
- *     recording NAME seconds=LENGTH frames=READ same=AS_WRITTEN video_ms=LAST_TIME_OF_THESE bad=FAILED_READS
+ *     recording NAME seconds=LENGTH frames=READ same=AS_WRITTEN missing=BETWEEN_THESE
+ *         video_ms=LAST_TIME_OF_THESE bad=FAILED_READS
  *
- * Frames count as written up to the first that is not.
+ * on a line each. Frames count as written in their order, whether others are missing between them or not.
  *
  * @return 0, or 1: the card cannot be mounted or unmounted
  */

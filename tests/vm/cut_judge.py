@@ -18,7 +18,7 @@ from .image import BLANK_LABEL, decode
 
 MOST_LOST_MS = 5000
 RECORD_NAME = re.compile(r"Rec_\d{8}_\d{6}_\d{3}_[MS]\.mp4")
-REPORT_LINE = re.compile(r"recording (\S+) seconds=(\d+) frames=(\d+) same=(\d+) video_ms=(\d+) bad=(\d+)")
+REPORT_LINE = re.compile(r"recording (\S+) seconds=(\d+) frames=(\d+) same=(\d+) missing=(\d+) video_ms=(\d+) bad=(\d+)")
 FSCK_EXPECTED = re.compile(r"Dirty bit is set|not properly unmounted|data may be corrupt|Free cluster summary|Auto-cor|"
                            "between boot sector and its backup|mostly harmless|65:01/00|Not automatically")
 # Faults of a file's clusters that a next recording or deletion would make worse.
@@ -41,7 +41,8 @@ class Verdict:
     phase: str
     recordings: int = 0
     lost_ms: list = field(default_factory=list)
-    torn: list = field(default_factory=list)  # names with other than the frames written, behind what was synced
+    damaged: int = 0  # frames that played and are other than written
+    left_out: list = field(default_factory=list)  # names of which frames between others are missing
     broken: list = field(default_factory=list)  # promises, a sentence each
     hazards: dict = field(default_factory=dict)
     fsck: list = field(default_factory=list)
@@ -98,7 +99,9 @@ class Judge:
             verdict.broken.append("the card does not mount")
             return verdict
         verdict.report = first
-        gone = readable - self.names() - promise.removed
+        # A player of others takes an unfinished first piece for footage; whatever it shows is less than a cut may cost.
+        short = {name for name, ms in promise.handed.items() if ms <= MOST_LOST_MS} - promise.closed.keys()
+        gone = readable - self.names() - promise.removed - short
         verdict.broken += [f"{name} could be played and was deleted" for name in sorted(gone)]
         if not promise.formatting:
             self.compare(promise, first, verdict)
@@ -110,8 +113,8 @@ class Judge:
             verdict.broken.append(f"a second mount changes {', '.join(sorted(changed)) or 'the catalogue'}")
         if not promise.formatting:  # which can leave old names without their bytes
             verdict.broken += [f"ifsctl check says of {name}: {message}" for name, message in self.problems()
-                               if name not in verdict.torn]
-        played = sorted(self.names() - promise.removed - set(verdict.torn))
+                               if name not in verdict.left_out]
+        played = sorted(self.names() - promise.removed - set(verdict.left_out))
         for name in played[:1] + played[-1:]:
             said = what_ffmpeg_says(self.files / name)
             if said:
@@ -155,21 +158,22 @@ class Judge:
     def compare(self, promise, report, verdict):
         found = {match[1]: [int(number) for number in match.groups()[1:]]
                  for match in map(REPORT_LINE.fullmatch, report[1:])}
-        for name, (_, frames, same, _, bad) in found.items():
-            if name in promise.removed or (same == frames and not bad):
+        for name, (_, frames, same, missing, _, bad) in found.items():
+            if name in promise.removed:
                 continue
-            if name in promise.handed and name not in promise.closed:
-                verdict.torn.append(name)
-            else:
+            verdict.damaged += frames - same
+            if same != frames or bad:
                 verdict.broken.append(f"{name}: of {frames} frames {same} are as written, {bad} cannot be read")
+            elif missing:
+                verdict.left_out.append(name)
         for name, last_ms in promise.handed.items():
             if name in promise.removed:
                 continue
             verdict.recordings += 1
-            _, frames, _, video_ms, _ = found.get(name, (0, 0, 0, 0, 0))
+            _, frames, _, missing, video_ms, _ = found.get(name, (0, 0, 0, 0, 0, 0))
             if name in promise.closed:
                 self.check_clusters(name, verdict)
-                if frames != promise.closed[name]:
+                if frames != promise.closed[name] or missing:
                     verdict.broken.append(f"{name} was closed with {promise.closed[name]} frames and has {frames}")
                 continue
             if name in promise.running:

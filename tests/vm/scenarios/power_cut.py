@@ -65,7 +65,8 @@ def run(bench):
     return (f"{len(verdicts)} cuts ({', '.join(f'{count} {phase}' for phase, count in sorted(phases.items()))}), "
             f"{sum(verdict.recordings for verdict in verdicts.values())} recordings checked, lost of those being made: "
             f"p50 {statistics.median(lost) / 1000:.2f} s, most {lost[-1] / 1000:.2f} s; "
-            f"{sum(len(verdict.torn) for verdict in verdicts.values())} with torn frames behind the last sync; "
+            f"{sum(len(verdict.left_out) for verdict in verdicts.values())} with frames left out, "
+            f"{sum(verdict.damaged for verdict in verdicts.values())} damaged frames played; "
             f"{len(chosen)} on a kernel; no promise broken")
 
 
