@@ -52,6 +52,7 @@ public:
         m_pos += m_ok ? size : 0;
     }
     uint32_t u8() { return number<1>(); }
+    uint32_t u16() { return number<2>(); }
     uint32_t u32() { return number<4>(); }
     uint64_t u64()
     {

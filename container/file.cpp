@@ -75,6 +75,12 @@ std::string folder_of(const char* path)
     return folder;
 }
 
+std::string name_of(const char* path)
+{
+    const char* slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
 void sync_folder(const std::string& folder)
 {
     Fd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

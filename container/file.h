@@ -41,6 +41,7 @@ bool write_at(int fd, const uint8_t* data, size_t size, uint64_t offset);
 void discard_from(int fd, uint64_t offset);
 
 std::string folder_of(const char* path);
+std::string name_of(const char* path);
 
 /**
  * Make the names of a folder durable, where the file system can do that. On FAT all of the allocation

@@ -12,6 +12,12 @@ namespace ifs_mp4
 namespace
 {
 
+constexpr uint64_t box_header_bytes = 8;
+
+/** Bytes that are searched for the next fragment behind damage, and behind the head: some fragments'. */
+constexpr uint64_t max_search_bytes = 16 << 20;
+constexpr uint64_t max_first_search_bytes = 2 << 20;
+
 static_assert(max_fragment_frames * (sizeof(Sample) + sizeof(Anchor) + sizeof(AdtsRun) + 1) <=
                       max_fragment_table_bytes &&
                   max_start_bytes <= max_fragment_table_bytes,
@@ -77,11 +83,25 @@ bool is_consistent(const Fragment& fragment)
     return within && exact.order.size() == fragment.count();
 }
 
-/**
- * @param sequence  the number that it has to have; 0: any
- * @param refused   set when the fragment is too large
- */
-bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fragment, bool& refused)
+bool parse_check(Source& source, const Box& box, TableRoom& room, Check& check)
+{
+    Fields fields(source, behind_uuid(box));
+    check.identity = fields.u64();
+    fields.skip(4); // the number, as in mfhd
+    check.offset = fields.u32();
+    check.durable_end = fields.u32();
+    size_t name_bytes = fields.u8();
+    const uint8_t* name = fields.bytes(name_bytes);
+    check.name.assign(name, name + (name ? name_bytes : 0));
+    check.config.resize(room.take(fields.u16(), 1));
+    bool whole = source.read(fields.pos(), check.config.data(), check.config.size());
+    fields.skip(check.config.size());
+    fields.list(check.sums, room);
+    return whole && fields.ok() && check.identity != 0;
+}
+
+/** @param refused  set when the fragment is too large */
+bool parse_moof(Source& source, const Box& moof, Fragment& fragment, bool& refused)
 {
     if (moof.size() > max_fragment_table_bytes) {
         refused = true;
@@ -89,19 +109,21 @@ bool parse_moof(Source& source, const Box& moof, uint32_t sequence, Fragment& fr
     }
     fragment.clear();
     TableRoom room(max_fragment_table_bytes);
-    bool in_sequence = sequence == 0;
     bool sound = each_box(source, moof.begin, moof.end, [&](const Box& box) {
         if (box.type == fourcc("mfhd")) {
             Fields fields(source, box);
             fields.skip(4);
-            in_sequence = in_sequence || fields.u32() == sequence;
+            fragment.number = fields.u32();
         }
         if (box.type == fourcc("traf"))
             return parse_traf(source, box, room, fragment);
+        if (is_uuid(source, box, check_uuid))
+            return is_sealed(source, moof.begin - box_header_bytes, moof.end) &&
+                   parse_check(source, box, room, fragment.check);
         return !is_uuid(source, box, exact_uuid) || parse_exact(source, box, room, fragment.exact);
     });
     refused = refused || room.exceeded();
-    return sound && in_sequence && is_consistent(fragment);
+    return sound && fragment.number > 0 && is_consistent(fragment);
 }
 
 /** Whether a fragment continues a track in time, as its tables can express it. */
@@ -114,17 +136,33 @@ bool continues(const Track& track, const std::vector<Sample>& samples)
     return time >= track.last_time && time - track.last_time <= max_step;
 }
 
-/** Keep of a torn fragment the samples that are whole. */
-void keep_whole(const Source& source, uint64_t payload, Fragment& fragment)
+/** Leave out the samples that are not whole in the file, or lie in damaged pieces. @return their bytes in it
+ */
+uint64_t keep_sound(Source& source, uint64_t payload, bool verified, Fragment& fragment)
 {
-    size_t whole[track_count] = {};
+    std::vector<bool> pieces;
+    if (verified)
+        pieces = verify(source, fragment.check, payload, fragment.payload_size());
+    auto is_damaged = [&](uint64_t pos) {
+        return verified && !pieces[static_cast<size_t>(pos / piece_bytes - payload / piece_bytes)];
+    };
+    std::vector<bool> kept[track_count];
+    uint64_t left_out = 0;
+    uint64_t begin = payload;
     for (int i = 0; i < track_count; ++i) {
         for (const Sample& sample : fragment.samples[i]) {
-            payload += sample.size;
-            whole[i] += payload <= source.size();
+            const uint64_t end = begin + sample.size;
+            bool sound = end <= source.size();
+            for (uint64_t pos = begin; sound && pos < end; pos = (pos / piece_bytes + 1) * piece_bytes)
+                sound = !is_damaged(pos);
+            if (!sound)
+                left_out += std::min(end, source.size()) - std::min(begin, source.size());
+            kept[i].push_back(sound);
+            begin = end;
         }
     }
-    fragment.keep(whole);
+    fragment.keep(kept);
+    return left_out;
 }
 
 /** Whether a payload begins there: a moof that only has a damaged size leads elsewhere. */
@@ -134,39 +172,112 @@ bool is_mdat(Source& source, uint64_t pos)
     return header && be32(header + 4) == fourcc("mdat");
 }
 
+/** A fragment as it lies in the file. */
+struct Placed {
+    Fragment fragment;
+    uint64_t payload = 0;
+    uint64_t end = 0;
+    bool whole = true;
+
+    bool has_check() const { return fragment.check.identity != 0; }
+};
+
+/** Whether a fragment that lies at walk.pos and carries a check belongs there. */
+bool is_next(const FragmentWalk& walk, const Fragment& fragment)
+{
+    const Check& check = fragment.check;
+    const bool first = walk.identity == 0 && walk.count == 0;
+    bool follows = walk.interrupted ? fragment.number > walk.count : fragment.number == walk.count + 1;
+    if (first)
+        follows = fragment.number == 1 || (follows && check.name == walk.name);
+    return follows && check.offset == walk.pos && (walk.identity == 0 || check.identity == walk.identity);
+}
+
+/** Read the fragment at walk.pos. @return false: there is none, or it is damaged */
+bool read_fragment(Source& source, const FragmentWalk& walk, Placed& placed, bool& refused)
+{
+    Fragment& fragment = placed.fragment;
+    Box moof, mdat;
+    bool too_large = false;
+    placed.end = walk.pos;
+    if (!next_box(source, placed.end, source.size(), moof) || moof.type != fourcc("moof"))
+        return false;
+    if (!parse_moof(source, moof, fragment, too_large)) {
+        refused = refused || (too_large && is_mdat(source, moof.end));
+        return false;
+    }
+    const uint64_t payload_bytes = fragment.payload_size();
+    placed.payload = moof.end + box_header_bytes;
+    if (placed.has_check()) { // it proves where the payload ends
+        placed.end = placed.payload + payload_bytes;
+        placed.whole = placed.end <= source.size();
+        return is_next(walk, fragment) && fragment.check.sums.size() == most_pieces(payload_bytes) &&
+               (placed.whole || walk.interrupted);
+    }
+    placed.whole = next_box(source, placed.end, source.size(), mdat) && mdat.type == fourcc("mdat") &&
+                   mdat.size() == payload_bytes;
+    placed.end = placed.whole ? placed.end : source.size();
+    return walk.identity == 0 && fragment.number == walk.count + 1 &&
+           (placed.whole || (walk.interrupted && walk.count == 0));
+}
+
+/** Go to what looks like a fragment behind walk.pos. @return false: there is none */
+bool find_next(Source& source, FragmentWalk& walk)
+{
+    uint64_t pos = walk.pos;
+    while (walk.interrupted && walk.search_left > 0) {
+        --walk.search_left;
+        const uint8_t* head = source.at(++pos, 16);
+        if (!head)
+            break;
+        if (be32(head + 4) != fourcc("moof") || be32(head + 12) != fourcc("mfhd"))
+            continue;
+        // It may be read in vain.
+        uint64_t bytes = std::min<uint64_t>(be32(head), max_fragment_table_bytes);
+        walk.search_left -= std::min(walk.search_left, bytes);
+        walk.left_out += pos - walk.pos;
+        walk.pos = pos;
+        return true;
+    }
+    return false;
+}
+
+void pass(const Placed& placed, FragmentWalk& walk)
+{
+    walk.pos = placed.end;
+    walk.count = placed.fragment.number;
+    if (!placed.has_check())
+        return;
+    walk.identity = placed.fragment.check.identity;
+    walk.durable_end = placed.fragment.check.durable_end;
+    if (walk.config.empty())
+        walk.config = placed.fragment.check.config;
+}
+
 /**
- * Hand the fragments from walk.pos on, and where the payload of each begins, to a function, up to the first
- * one that is torn or damaged, or of which it returns false.
+ * Hand the fragments from walk.pos on, and where the payload of each begins, to a function, up to the file's
+ * end, to damage that no way leads past, or to one of which it returns false.
  */
 template <class Function>
 void each_fragment(Source& source, ParsedMovie& movie, FragmentWalk& walk, Function function)
 {
-    constexpr uint64_t mdat_header_bytes = 8;
-    for (uint64_t next = walk.pos;; walk.pos = next) {
-        Fragment fragment; // of its own: the largest lists of many together take more memory than any has
-        Box moof, mdat;
-        bool too_large = false;
-        if (!next_box(source, next, source.size(), moof) || moof.type != fourcc("moof"))
-            return;
-        if (!parse_moof(source, moof, walk.count + 1, fragment, too_large)) {
-            movie.refused = movie.refused || (too_large && is_mdat(source, moof.end));
-            return;
-        }
-        bool whole = next_box(source, next, source.size(), mdat) && mdat.type == fourcc("mdat") &&
-                     mdat.size() == fragment.payload_size();
-        if (!whole) {
-            if (walk.count > 0 || !walk.torn_too)
+    for (;;) {
+        Placed placed; // of its own: the largest lists of many together take more memory than any has
+        Fragment& fragment = placed.fragment;
+        if (!read_fragment(source, walk, placed, movie.refused)) {
+            if (walk.identity == 0 || !find_next(source, walk))
                 return;
-            mdat.begin = moof.end + mdat_header_bytes;
-            keep_whole(source, mdat.begin, fragment);
-            next = source.size();
+            continue;
         }
-        bool fits = !fragment.empty();
+        const bool verified = placed.has_check() && walk.interrupted && placed.end > walk.verified_from;
+        if (verified || !placed.whole)
+            walk.left_out += keep_sound(source, placed.payload, verified, fragment);
+        bool fits = placed.has_check() || !fragment.empty();
         for (int i = 0; i < track_count; ++i)
             fits = fits && continues(movie.tables.tracks[i], fragment.samples[i]);
-        if (!fits || !function(fragment, mdat.begin))
+        if (!fits || (!fragment.empty() && !function(fragment, placed.payload)))
             return;
-        ++walk.count;
+        pass(placed, walk);
     }
 }
 
@@ -215,7 +326,8 @@ bool is_first_fragment(Source& source, uint64_t pos, bool& refused)
         return false;
     Fragment fragment;
     Box moof;
-    return next_box(source, pos, source.size(), moof) && parse_moof(source, moof, 1, fragment, refused);
+    return next_box(source, pos, source.size(), moof) && parse_moof(source, moof, fragment, refused) &&
+           fragment.number == 1;
 }
 
 /** Read what the head says of a recording, at its place. @return false: it is of another version */
@@ -244,18 +356,31 @@ bool find_recording(Source& source, ParsedMovie& movie, FragmentWalk& walk)
     if (movie.refused)
         return false;
     Box moov;
-    walk.count = 0;
-    walk.pos = first_moov_begin - 8;
+    const FragmentWalk unbegun;
+    walk.count = unbegun.count;
+    walk.identity = unbegun.identity;
+    walk.durable_end = unbegun.durable_end;
+    walk.left_out = unbegun.left_out;
+    walk.config.clear();
+    walk.pos = first_moov_begin - box_header_bytes;
     bool found =
         next_box(source, walk.pos, source.size(), moov) && is_first_fragment(source, walk.pos, movie.refused);
     // Else the size of the moov is damaged.
     bool too_large = false; // what only looks like a fragment
     for (uint64_t pos = first_moov_begin; !found && !movie.refused && pos < max_start_bytes; ++pos) {
         if (!source.at(pos, 8))
-            return false;
+            break;
         walk.pos = pos;
         found = is_first_fragment(source, pos, too_large);
     }
+    // Or it is the first fragment itself.
+    walk.pos = found ? walk.pos : first_moov_begin;
+    walk.search_left = max_first_search_bytes;
+    while (!found && !movie.refused && find_next(source, walk)) {
+        Placed placed;
+        found = read_fragment(source, walk, placed, too_large) && placed.has_check();
+    }
+    walk.search_left = max_search_bytes;
     walk.begin = walk.pos;
     return found;
 }
@@ -291,20 +416,19 @@ bool find_unsound(Source& source, FragmentWalk walk, uint64_t from_ms, uint64_t&
 
 bool find_fragment(Source& source, uint64_t payload, Fragment& fragment)
 {
-    constexpr size_t header_bytes = 8;
     bool too_large = false;
     Bytes before(static_cast<size_t>(std::min<uint64_t>(payload, max_start_bytes)));
     if (!source.read(payload - before.size(), before.data(), before.size()))
         return false;
     // Nothing points back to a moof box, but its size leads here.
-    for (size_t size = 2 * header_bytes; size <= before.size(); ++size) {
+    for (size_t size = 2 * box_header_bytes; size <= before.size(); ++size) {
         const uint8_t* box = before.data() + before.size() - size;
-        if (be32(box + 4) != fourcc("moof") || be32(box) != size - header_bytes)
+        if (be32(box + 4) != fourcc("moof") || be32(box) != size - box_header_bytes)
             continue;
-        const Box moof{fourcc("moof"), payload - size + header_bytes, payload - header_bytes};
-        const uint8_t* mdat = before.data() + before.size() - header_bytes;
-        return be32(mdat + 4) == fourcc("mdat") && parse_moof(source, moof, 0, fragment, too_large) &&
-               fragment.payload_size() + header_bytes == be32(mdat);
+        const Box moof{fourcc("moof"), payload - size + box_header_bytes, payload - box_header_bytes};
+        const uint8_t* mdat = before.data() + before.size() - box_header_bytes;
+        return be32(mdat + 4) == fourcc("mdat") && parse_moof(source, moof, fragment, too_large) &&
+               fragment.payload_size() + box_header_bytes == be32(mdat);
     }
     return false;
 }

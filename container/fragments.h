@@ -3,6 +3,7 @@
 #define CONTAINER_FRAGMENTS_H
 
 #include <cstdint>
+#include <string>
 
 #include "container/file.h"
 #include "container/parse.h"
@@ -10,13 +11,25 @@
 namespace ifs_mp4
 {
 
-/** How far a walk over fragments has come. */
+/** How a walk over fragments goes, and how far it has come. */
 struct FragmentWalk {
-    uint64_t begin = 0; /**< of the first one */
-    uint64_t pos = 0;   /**< of the next one */
-    uint32_t count = 0; /**< passed */
-    /** Take of a first one that is torn the samples that are whole, and end behind it, at the file's end. */
-    bool torn_too = false;
+    /**
+     * Nobody records into the file any more: go on behind what is damaged, where checksums show what is not,
+     * and take of a fragment that is torn the samples that are whole.
+     */
+    bool interrupted = false;
+    /** With it: verify what lies behind, and leave out the samples that are damaged. */
+    uint64_t verified_from = UINT64_MAX;
+    std::string name; /**< the file's */
+
+    uint64_t begin = 0;       /**< of the first one */
+    uint64_t pos = 0;         /**< of the next one */
+    uint32_t count = 0;       /**< number of the last one */
+    uint64_t identity = 0;    /**< of the recording; 0: its fragments carry no checksums */
+    uint64_t durable_end = 0; /**< how far the file was durable when the last one was written */
+    uint64_t left_out = 0;    /**< bytes of payload that were passed over */
+    Bytes config;             /**< decoder configuration of the first key frame that comes without it */
+    uint64_t search_left = 0; /**< bytes that may still be looked at behind damage */
 };
 
 /** What a walk keeps of the fragments. */
@@ -27,14 +40,15 @@ enum class Take {
 
 /**
  * Find the first fragment of a recording, and read what the file's head says of it, however damaged the head
- * is. A finished file hides both, and has them still.
+ * is. A finished file hides both, and has them still. Where the first one is damaged, the next one is found
+ * that carries this file's name.
  *
- * @param walk  gets the place
+ * @param walk  gets the place; how it goes stays
  * @return false: none, or refused
  */
 bool find_recording(Source& source, ParsedMovie& movie, FragmentWalk& walk);
 
-/** Add fragments to a movie, up to the first one that is torn or damaged. */
+/** Add fragments to a movie, up to the file's end or to damage that no way leads past. */
 void walk_fragments(Source& source, Take take, ParsedMovie& movie, FragmentWalk& walk);
 
 /**

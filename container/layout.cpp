@@ -9,6 +9,7 @@
 
 #include "container/failure.h"
 #include "container/file.h"
+#include "container/limits.h"
 
 namespace ifs_mp4
 {
@@ -17,6 +18,8 @@ const uint8_t info_uuid[uuid_bytes] = {0x8c, 0x1e, 0x52, 0x6b, 0x0f, 0xd3, 0x4a,
                                        0xa4, 0x2d, 0x91, 0x70, 0xe6, 0x3b, 0xc5, 0x01};
 const uint8_t exact_uuid[uuid_bytes] = {0x8c, 0x1e, 0x52, 0x6b, 0x0f, 0xd3, 0x4a, 0x97,
                                         0xa4, 0x2d, 0x91, 0x70, 0xe6, 0x3b, 0xc5, 0x02};
+const uint8_t check_uuid[uuid_bytes] = {0x8c, 0x1e, 0x52, 0x6b, 0x0f, 0xd3, 0x4a, 0x97,
+                                        0xa4, 0x2d, 0x91, 0x70, 0xe6, 0x3b, 0xc5, 0x03};
 
 namespace
 {
@@ -109,6 +112,31 @@ void put_exact(Bytes& out, const ExactTables& exact)
     for (const AdtsRun& run : exact.headers)
         put_header_entry(out, run);
     put_order(out, exact.order);
+}
+
+constexpr size_t max_name_bytes = 255;
+// Without a decoder configuration and the sums of the pieces.
+constexpr size_t max_check_bytes =
+    box_bytes + uuid_bytes + 8 + 3 * 4 + 1 + max_name_bytes + 2 + 4 + checksum_bytes;
+
+const Bytes no_config;
+
+/** The sums are 0 until the box that ends with this one is sealed. */
+void put_check(Bytes& out, const Movie& movie, const FragmentPlace& place, const Bytes& config, size_t pieces)
+{
+    const size_t name_bytes = std::min(movie.name.size(), max_name_bytes);
+    BoxScope box(out, "uuid");
+    put_bytes(out, check_uuid, uuid_bytes);
+    put64(out, movie.identity);
+    put32(out, place.number);
+    put32(out, static_cast<uint32_t>(place.offset));
+    put32(out, static_cast<uint32_t>(place.durable_end));
+    put8(out, static_cast<uint32_t>(name_bytes));
+    put_bytes(out, reinterpret_cast<const uint8_t*>(movie.name.data()), name_bytes);
+    put16(out, static_cast<uint32_t>(config.size()));
+    put_bytes(out, config.data(), config.size());
+    put32(out, static_cast<uint32_t>(pieces));
+    put_zeros(out, (pieces + 1) * checksum_bytes);
 }
 
 constexpr size_t tkhd_bytes = full_box_bytes + 80;
@@ -396,9 +424,9 @@ void put_trex(Bytes& out, int track)
 }
 
 // Of any moov, without entries.
-constexpr size_t max_moov_bytes = box_bytes + mvhd_bytes + info_bytes + track_count * max_trak_bytes +
-                                  max_avc1_bytes + mp4a_bytes +
-                                  std::max(exact_bytes, box_bytes + track_count * trex_bytes);
+constexpr size_t max_moov_bytes =
+    box_bytes + mvhd_bytes + info_bytes + track_count * max_trak_bytes + max_avc1_bytes + mp4a_bytes +
+    std::max(exact_bytes + max_check_bytes, box_bytes + track_count * trex_bytes);
 
 void put_empty_moov(Bytes& out, const Movie& movie)
 {
@@ -481,48 +509,63 @@ void put_file_start(Bytes& out, const Movie& movie)
     put_empty_moov(out, movie);
 }
 
-void put_final_moov(Bytes& out, Movie& movie)
+void put_final_moov(Bytes& out, Movie& movie, uint64_t offset)
 {
+    size_t begin = out.size();
     for (int i = 0; i < track_count; ++i) {
         if (movie.tables.tracks[i].count > 0)
             push_run(movie.tables.tracks[i].durations, movie.frame_time_ms(i));
     }
     movie.info.duration = movie.duration_ms();
-    BoxScope moov(out, "moov");
-    put_mvhd(out, static_cast<uint32_t>(movie.info.duration));
-    put_info(out, movie, true);
-    for (int i = 0; i < track_count; ++i) {
-        if (movie.tables.tracks[i].count > 0)
-            put_trak(out, movie, i);
+    {
+        BoxScope moov(out, "moov");
+        put_mvhd(out, static_cast<uint32_t>(movie.info.duration));
+        put_info(out, movie, true);
+        for (int i = 0; i < track_count; ++i) {
+            if (movie.tables.tracks[i].count > 0)
+                put_trak(out, movie, i);
+        }
+        put_exact(out, movie.tables.exact);
+        put_check(out, movie, {0, offset, offset}, no_config, 0);
     }
-    put_exact(out, movie.tables.exact);
+    seal(out.data() + begin, out.size() - begin);
 }
 
 // A frame has an entry in its trun, and in exact an offset, a header and a bit at most.
 constexpr size_t fragment_frame_bytes =
     std::max(video_trun_entry_bytes, audio_trun_entry_bytes + exact_header_bytes) + anchor_bytes + 1;
+// A fragment of more payload than the writer collects is one large frame. The first one, behind the file's
+// start, has its decoder configuration there.
 static_assert(ftyp_bytes + hiding_header_bytes + max_moov_bytes + box_bytes + mfhd_bytes +
-                      track_count * traf_bytes + exact_bytes + max_fragment_frames * fragment_frame_bytes +
+                      track_count * traf_bytes + exact_bytes + max_check_bytes +
+                      std::max(max_fragment_frames * fragment_frame_bytes +
+                                   most_pieces(max_fragment_bytes) * checksum_bytes,
+                               fragment_frame_bytes + most_pieces(max_frame_bytes) * checksum_bytes) +
                       box_bytes <=
                   max_start_bytes,
               "a fragment with the file's start does not fit the room for its headers");
 
-void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, uint32_t sequence)
+void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, const FragmentPlace& place,
+                        const uint8_t* payload)
 {
+    const auto payload_bytes = static_cast<size_t>(fragment.payload_size());
     size_t begin = out.size();
     size_t data_offset_at[track_count] = {};
     {
         BoxScope moof(out, "moof");
         {
             BoxScope mfhd(out, "mfhd", 0, 0);
-            put32(out, sequence);
+            put32(out, place.number);
         }
         for (int i = 0; i < track_count; ++i) {
             if (!fragment.samples[i].empty())
                 data_offset_at[i] = put_traf(out, fragment.samples[i], i, movie.frame_time_ms(i));
         }
         put_exact(out, fragment.exact);
+        put_check(out, movie, place, fragment.bare_key ? movie.avc_config : no_config,
+                  most_pieces(payload_bytes));
     }
+    const size_t moof_bytes = out.size() - begin;
     auto data_offset = static_cast<uint32_t>(out.size() - begin + 8);
     uint32_t payload_size = 0;
     for (int i = 0; i < track_count; ++i) {
@@ -532,6 +575,7 @@ void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie
     }
     put32(out, payload_size + 8);
     put32(out, fourcc("mdat"));
+    seal(out.data() + begin, moof_bytes, payload, payload_bytes, place.offset + out.size() - begin);
 }
 
 std::optional<uint64_t> fragment_time(const uint8_t* head)
@@ -568,7 +612,7 @@ bool finish_file(int fd, Movie& movie, uint64_t data_end)
 {
     Bytes moov;
     moov.reserve(static_cast<size_t>(moov_bound(movie.tables, 0)));
-    put_final_moov(moov, movie);
+    put_final_moov(moov, movie, data_end);
     if (data_end + moov.size() > max_file_bytes)
         return fail(EFBIG);
     if (!write_at(fd, moov.data(), moov.size(), data_end)) {

@@ -4,8 +4,8 @@
  *     ftyp, header of 16 bytes, moov without samples, (moof, mdat)..., moov with all samples
  *
  * The header is an empty free box while recording. In a finished file it is the header of an mdat box that
- * reaches to the last moov. Two boxes of our own (uuid) hold what the standard ones cannot: "info" in each
- * moov, "exact" in each moof and in the last moov.
+ * reaches to the last moov. Three boxes of our own (uuid) hold what the standard ones cannot: "info" in each
+ * moov, "exact" and behind it "check" in each moof and in the last moov.
  */
 #ifndef CONTAINER_LAYOUT_H
 #define CONTAINER_LAYOUT_H
@@ -22,6 +22,7 @@ namespace ifs_mp4
 constexpr size_t uuid_bytes = 16;
 extern const uint8_t info_uuid[uuid_bytes];
 extern const uint8_t exact_uuid[uuid_bytes];
+extern const uint8_t check_uuid[uuid_bytes];
 
 /**
  * Content of the "info" box behind its uuid: layout_version, 1 in the last moov, these fields (32 bits each),
@@ -68,8 +69,9 @@ constexpr size_t mvhd_bytes = 108;
 constexpr size_t first_info_begin = first_moov_begin + mvhd_bytes;
 constexpr size_t info_bytes = 76;
 
-/** The writer cuts a fragment that has got so many frames. */
+/** The writer cuts a fragment that has got so many frames, or so many bytes of them. */
 constexpr size_t max_fragment_frames = 1024;
+constexpr size_t max_fragment_bytes = 1 << 20;
 /** Upper bound of what put_file_start() and put_fragment_start() append for such a fragment. */
 constexpr size_t max_start_bytes = 65536;
 
@@ -81,14 +83,26 @@ constexpr size_t fragment_head_bytes = 68;
 /** @param head  these bytes. @return decode time of the first sample, ms; none: they are not a fragment's */
 std::optional<uint64_t> fragment_time(const uint8_t* head);
 
-/** Append the moov box with all samples, whose last ones get their duration. */
-void put_final_moov(Bytes& out, Movie& movie);
+/** Append the moov box with all samples, whose last ones get their duration. @param offset  in the file */
+void put_final_moov(Bytes& out, Movie& movie, uint64_t offset);
 
 /** Upper bound of what put_final_moov() appends for a file with these tables and pending more samples. */
 uint64_t moov_bound(const Tables& tables, size_t pending);
 
-/** Append the moof box of a fragment and the header of its mdat box; sequence counts from 1. */
-void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, uint32_t sequence);
+/** Where a fragment goes. */
+struct FragmentPlace {
+    uint32_t number;      /**< from 1 */
+    uint64_t offset;      /**< in the file */
+    uint64_t durable_end; /**< how far the file is durable now */
+};
+
+/**
+ * Append the moof box of a fragment, with its checksums, and the header of its mdat box.
+ *
+ * @param payload  of the fragment: what its samples say, and behind the header
+ */
+void put_fragment_start(Bytes& out, const Fragment& fragment, const Movie& movie, const FragmentPlace& place,
+                        const uint8_t* payload);
 
 /**
  * Turn a recording into a plain MP4 file: add the last moov at the end of its data, make it durable, hide all

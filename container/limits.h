@@ -19,6 +19,9 @@ constexpr uint64_t max_table_bytes = 32 << 20;
 /** The same for a fragment. The writer cuts it at a third of this; a later one may not. */
 constexpr uint64_t max_fragment_table_bytes = 128 << 10;
 
+/** Bytes of a frame; the checksums of a larger one would not fit into its fragment's head. */
+constexpr uint64_t max_frame_bytes = 256 << 20;
+
 /**
  * A look at a recording uses at most 1 MiB of memory. So it finishes only what has tables of up to this size,
  * 9 to 60 minutes of footage; a longer recording is finished when it is played.

@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "container/failure.h"
 #include "container/reader.h"
@@ -46,9 +46,8 @@ int guarded(Function function)
 
 void set_name(File& file, const char* path)
 {
-    const char* slash = std::strrchr(path, '/');
-    const char* name = slash ? slash + 1 : path;
-    std::copy_n(name, std::min(std::strlen(name), sizeof file.name - 1), file.name);
+    const std::string name = ifs_mp4::name_of(path);
+    name.copy(file.name, sizeof file.name - 1);
 }
 
 } // namespace

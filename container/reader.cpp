@@ -8,6 +8,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "container/checks.h"
 #include "container/failure.h"
 #include "container/fragments.h"
 #include "container/layout.h"
@@ -178,6 +179,7 @@ bool Reader::load_complete()
     if (!find_box(m_source, 0, m_source.size(), fourcc("moov"), moov))
         return false;
     m_tables_begin = moov.begin - moov_header_bytes;
+    m_tables_end = moov.end;
     return parse_moov(m_source, moov, m_info_only, m_movie) && m_movie.complete;
 }
 
@@ -185,6 +187,8 @@ bool Reader::load_complete()
 bool Reader::recover(const char* path)
 {
     bool too_large = m_movie.refused; // the tables at its end
+    m_walk.name = name_of(path);
+    m_walk.interrupted = true;
     if (!find_recording(m_source, m_movie, m_walk)) {
         m_movie.refused = m_movie.refused || too_large;
         return false;
@@ -201,7 +205,7 @@ bool Reader::recover(const char* path)
     uint64_t file_end = m_source.size();
     m_source.limit(m_source.readable_end());
     if (!load_fragments(Take::description) ||
-        (!m_live && drop_damaged_end() && !load_fragments(Take::description)))
+        (!m_live && leave_out_damage() && !load_fragments(Take::description)))
         return false;
     bool collected = (!m_info_only || alone) && collect_tables();
     if (!m_live)
@@ -224,15 +228,24 @@ bool Reader::load_fragments(Take take)
         return false;
     if (take == Take::tables)
         m_movie.tables.reserve(sizes, samples);
-    m_walk.torn_too = !m_live;
+    m_walk.interrupted = !m_live;
     walk_fragments(m_source, take, m_movie, m_walk);
-    return m_walk.count > 0;
+    return m_movie.tables.count() > 0;
 }
 
 /**
  * Leave out what was not synced when the power went and did not all reach the card: the file's size can have
- * been faster than its bytes. @return whether there is any
+ * been faster than its bytes. @return whether there may be any
  */
+bool Reader::leave_out_damage()
+{
+    if (m_walk.identity == 0)
+        return drop_damaged_end();
+    m_walk.verified_from = m_walk.durable_end;
+    return true;
+}
+
+/** The same where there are no checksums: at the first picture that its NAL units do not fill. */
 bool Reader::drop_damaged_end()
 {
     constexpr uint64_t unsynced_ms = 6000;
@@ -264,6 +277,10 @@ void Reader::finish(int fd, const char* path, uint64_t file_end)
             config_of(m_source, video.chunks[0].offset, video.chunks[0].offset + video.sizes[0]);
     if (m_movie.avc_config.empty())
         m_movie.avc_config = config_in_head(m_source, m_walk.begin);
+    if (m_movie.avc_config.empty())
+        m_movie.avc_config = m_walk.config;
+    m_movie.name = m_walk.name;
+    m_movie.identity = m_walk.identity;
     // The kernel would append behind that space and find the cluster chain and the size at odds.
     if (m_movie.avc_config.empty() || file_end > max_file_bytes ||
         ftruncate(fd, static_cast<off_t>(file_end)) != 0 || !mend_ftyp(fd, m_source, m_movie))
@@ -353,8 +370,10 @@ void Reader::check_sizes(int track)
     uint64_t end = cursor.chunk_end();
     uint64_t limit = chunk_limit(m_movie.tables.tracks[track].chunks[cursor.chunk()].offset);
     bool sound = end == limit || !m_movie.complete;
-    if (!sound)
-        sound = m_movie.recording ? has_fragment_at(end, limit) || restore_sizes(track) : end < limit;
+    if (!sound && m_movie.recording)
+        sound = has_fragment_at(end, limit) || tables_are_proven() || restore_sizes(track);
+    else if (!sound)
+        sound = end < limit;
     m_checked[track] = {cursor.chunk(), sound};
 }
 
@@ -364,6 +383,15 @@ bool Reader::has_fragment_at(uint64_t pos, uint64_t payload)
     uint8_t moof[8];
     return m_source.read(pos, moof, sizeof moof) && be32(moof + 4) == fourcc("moof") &&
            pos + be32(moof) + sizeof moof == payload;
+}
+
+/** Whether the tables carry their checksum; samples between theirs were then left out when they were written.
+ */
+bool Reader::tables_are_proven()
+{
+    if (!m_proven)
+        m_proven = is_sealed(m_source, m_tables_begin, m_tables_end);
+    return *m_proven;
 }
 
 /** Take the sizes of a chunk's samples from their fragment. @return false: it is damaged */

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "container/file.h"
 #include "container/fragments.h"
@@ -40,6 +41,7 @@ private:
     bool recover(const char* path);
     bool load_complete();
     bool load_fragments(Take take);
+    bool leave_out_damage();
     bool drop_damaged_end();
     bool collect_tables();
     void finish(int fd, const char* path, uint64_t file_end);
@@ -51,6 +53,7 @@ private:
     uint64_t chunk_limit(uint64_t offset) const;
     void check_sizes(int track);
     bool has_fragment_at(uint64_t pos, uint64_t payload);
+    bool tables_are_proven();
     bool restore_sizes(int track);
     bool grow();
     void pass_in_time(const TrackCursor (&targets)[track_count]);
@@ -72,13 +75,15 @@ private:
     size_t m_header = 0; /**< index of the ADTS header that holds */
     uint64_t m_first_time = 0;
     uint64_t m_tables_begin = 0; /**< of a file that has all samples in its moov */
+    uint64_t m_tables_end = 0;
     /** The chunk whose sizes were checked last, and whether they are right. */
     struct Checked {
         size_t chunk = SIZE_MAX;
         bool sound = true;
     };
     Checked m_checked[track_count];
-    uint32_t m_searches = 0; /**< for fragments that this read may still make */
+    std::optional<bool> m_proven; /**< the tables, once somebody asked */
+    uint32_t m_searches = 0;      /**< for fragments that this read may still make */
     Bytes m_sample;
 
     mutable std::mutex m_info_mutex; /**< guards duration of m_movie.info */

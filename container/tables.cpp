@@ -25,6 +25,23 @@ void append_headers(std::vector<AdtsRun>& to, const std::vector<AdtsRun>& from, 
     }
 }
 
+/** Add samples to a track as a chunk, and as another behind each gap. */
+void append_samples(const std::vector<Sample>& samples, const std::vector<Gap>& gaps, uint64_t offset,
+                    Track& track)
+{
+    auto gap = gaps.begin();
+    for (size_t i = 0; i < samples.size(); ++i) {
+        bool behind_gap = gap != gaps.end() && gap->sample == i;
+        if (behind_gap)
+            offset += gap++->bytes;
+        if (i == 0 || behind_gap)
+            track.chunks.push_back({offset, 0});
+        ++track.chunks.back().count;
+        track.append(samples[i]);
+        offset += samples[i].size;
+    }
+}
+
 /** Hand each list of some tables but the order of writing, which is the last one, to a function. */
 template <class AnyTables, class Function>
 void each_list(AnyTables& tables, Function function)
@@ -41,12 +58,20 @@ void each_list(AnyTables& tables, Function function)
     function(tables.exact.headers);
 }
 
-/** Drop what begins with a sample that is not there. */
+/** Let entries begin with samples by their new numbers. @param renumbered  and how many there are, behind all
+ */
 template <class Entry>
-void keep_entries(std::vector<Entry>& entries, size_t samples)
+void renumber(std::vector<Entry>& entries, const std::vector<uint32_t>& renumbered)
 {
-    while (!entries.empty() && entries.back().sample >= samples)
-        entries.pop_back();
+    size_t kept = 0;
+    for (Entry entry : entries) {
+        entry.sample = renumbered[entry.sample];
+        if (entry.sample == renumbered.back())
+            break;
+        kept -= kept > 0 && entries[kept - 1].sample == entry.sample; // none of the one before is left
+        entries[kept++] = entry;
+    }
+    entries.erase(entries.begin() + static_cast<ptrdiff_t>(kept), entries.end());
 }
 
 } // namespace
@@ -100,34 +125,53 @@ uint64_t Fragment::payload_size(int track) const
     uint64_t size = 0;
     for (const Sample& sample : samples[track])
         size += sample.size;
+    for (const Gap& gap : gaps[track])
+        size += gap.bytes;
     return size;
 }
 
-void Fragment::keep(const size_t (&samples_of)[track_count])
+void Fragment::keep(const std::vector<bool> (&kept)[track_count])
 {
-    size_t left[track_count] = {};
-    for (int i = 0; i < track_count; ++i) {
-        left[i] = samples_of[i];
-        samples[i].resize(std::min(samples[i].size(), samples_of[i]), Sample{});
-        keep_entries(exact.anchors[i], samples_of[i]);
-    }
-    keep_entries(exact.headers, samples_of[audio_track]);
     FrameOrder order;
+    size_t passed[track_count] = {};
     for (size_t frame = 0; frame < exact.order.size(); ++frame) {
         int track = exact.order.track(frame);
-        if (left[track] == 0)
-            continue;
-        --left[track];
-        order.push(track);
+        size_t sample = passed[track]++;
+        if (sample < kept[track].size() && kept[track][sample])
+            order.push(track);
     }
     exact.order = std::move(order);
+    for (int i = 0; i < track_count; ++i) {
+        std::vector<uint32_t> renumbered;
+        std::vector<Sample> left;
+        for (size_t sample = 0; sample < samples[i].size(); ++sample) {
+            auto number = static_cast<uint32_t>(left.size());
+            renumbered.push_back(number);
+            if (kept[i][sample])
+                left.push_back(samples[i][sample]);
+            else if (!gaps[i].empty() && gaps[i].back().sample == number)
+                gaps[i].back().bytes += samples[i][sample].size;
+            else
+                gaps[i].push_back({number, samples[i][sample].size});
+        }
+        renumbered.push_back(static_cast<uint32_t>(left.size()));
+        samples[i] = std::move(left);
+        renumber(exact.anchors[i], renumbered);
+        if (i == audio_track)
+            renumber(exact.headers, renumbered);
+    }
 }
 
 void Fragment::clear()
 {
     for (auto& list : samples)
         list.clear();
+    for (auto& list : gaps)
+        list.clear();
     exact.clear();
+    number = 0;
+    check = {};
+    bare_key = false;
 }
 
 void push_run(std::vector<Run>& runs, uint32_t value)
@@ -226,7 +270,7 @@ void Tables::make_room(const Fragment& fragment)
         make_room_in(tracks[i].durations, more);
         make_room_in(tracks[i].show_offsets, more);
         make_room_in(tracks[i].keys, more);
-        make_room_in(tracks[i].chunks, 1);
+        make_room_in(tracks[i].chunks, 1 + fragment.gaps[i].size());
         make_room_in(exact.anchors[i], fragment.exact.anchors[i].size());
     }
     make_room_in(exact.headers, fragment.exact.headers.size());
@@ -251,13 +295,8 @@ void Tables::append(const Fragment& fragment, uint64_t payload_offset)
 {
     append_headers(exact.headers, fragment.exact.headers, tracks[audio_track].count);
     for (int i = 0; i < track_count; ++i) {
-        const std::vector<Sample>& samples = fragment.samples[i];
         append_anchors(exact.anchors[i], fragment.exact.anchors[i], tracks[i].count);
-        if (samples.empty())
-            continue;
-        tracks[i].chunks.push_back({payload_offset, static_cast<uint32_t>(samples.size())});
-        for (const Sample& sample : samples)
-            tracks[i].append(sample);
+        append_samples(fragment.samples[i], fragment.gaps[i], payload_offset, tracks[i]);
         payload_offset += fragment.payload_size(i);
     }
     for (size_t frame = 0; frame < fragment.exact.order.size(); ++frame)

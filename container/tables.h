@@ -6,9 +6,11 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "container/bytes.h"
+#include "container/checks.h"
 #include "container/frame.h"
 #include "include/kt_mp4.h"
 
@@ -76,17 +78,28 @@ struct Sample {
     uint64_t show_time;
 };
 
+/** Bytes of the payload in front of a sample that no sample of the fragment is in any more. */
+struct Gap {
+    uint32_t sample;
+    uint64_t bytes;
+};
+
 /** One fragment: its samples, whose payload is all video followed by all audio. */
 struct Fragment {
     std::vector<Sample> samples[track_count];
+    std::vector<Gap> gaps[track_count]; /**< ascending; the last can lie behind the last sample */
+    uint32_t number = 0;                /**< as it was read, from 1 */
     ExactTables exact;
+    Check check;           /**< as it was read */
+    bool bare_key = false; /**< a key frame that is collected comes without its parameter sets */
 
     bool empty() const { return samples[video_track].empty() && samples[audio_track].empty(); }
     size_t count() const { return samples[video_track].size() + samples[audio_track].size(); }
+    /** Bytes of a track's part of the payload. */
     uint64_t payload_size(int track) const;
     uint64_t payload_size() const { return payload_size(video_track) + payload_size(audio_track); }
-    /** Drop all but the first samples of each track. */
-    void keep(const size_t (&samples_of)[track_count]);
+    /** Drop the samples that are not to be kept, and leave gaps in their place. */
+    void keep(const std::vector<bool> (&kept)[track_count]);
     void clear();
 };
 
@@ -157,6 +170,8 @@ struct Tables {
 /** What a file holds, apart from the payload. */
 struct Movie {
     kt_mfile_info_t info{};
+    std::string name;      /**< of the file */
+    uint64_t identity = 0; /**< of the recording; 0: it carries no checksums */
     Tables tables;
     Bytes avc_config; /**< content of the avcC box */
     AdtsHeader adts;  /**< of the first audio frame; size 0: raw, or none yet */

@@ -17,7 +17,6 @@ namespace
 {
 
 constexpr uint64_t max_fragment_ms = 2000;
-constexpr size_t max_fragment_bytes = 1 << 20;
 /** Room for the headers of a fragment, and of the file in front of the first one. */
 constexpr size_t header_room = max_start_bytes;
 /** No more than this may be lost, so the frames go to the card as long as there is time to write them. */
@@ -33,6 +32,11 @@ constexpr size_t length_bytes = 4;
 int32_t distance_ms(uint32_t from, uint32_t to)
 {
     return static_cast<int32_t>(to - from);
+}
+
+bool has_nal(const std::vector<Nal>& nals, int type)
+{
+    return std::any_of(nals.begin(), nals.end(), [type](const Nal& nal) { return nal.type == type; });
 }
 
 /** Drop a frame in front of the parameter sets. It is not refused, but errno says that nothing is written. */
@@ -59,6 +63,7 @@ Writer::Writer(Fd fd, const char* path, const kt_mfile_info_t& info)
     : m_fd(std::move(fd)), m_folder(folder_of(path))
 {
     m_movie.info = info;
+    m_movie.name = name_of(path);
     m_payload.resize(header_room);
     m_headers.reserve(header_room); // a first fragment must not need memory at the close
     m_movie.tables.reserve();
@@ -95,6 +100,8 @@ bool Writer::write_video(bool key, const Pieces& frame, uint32_t timestamp)
         frame.append_to(m_payload, nal.begin, nal.size);
     }
     append(video_track, static_cast<uint32_t>(size), key, timestamp, time);
+    m_fragment.bare_key =
+        m_fragment.bare_key || (key && !(has_nal(m_nals, nal_sps) && has_nal(m_nals, nal_pps)));
     return true;
 }
 
@@ -128,6 +135,10 @@ bool Writer::start(const Pieces& frame, uint32_t timestamp)
     m_movie.avc_config = build_avc_config(frame, m_nals);
     if (m_movie.avc_config.empty())
         return false;
+    constexpr size_t identifying_bytes = 4096;
+    m_headers.clear();
+    frame.append_to(m_headers, 0, std::min(frame.size(), identifying_bytes));
+    m_movie.identity = make_identity(m_movie.name, m_headers);
     std::lock_guard<std::mutex> lock(m_info_mutex);
     m_movie.info.firstpts = static_cast<int>(timestamp);
     m_started = true;
@@ -160,6 +171,8 @@ uint64_t Writer::place(int track, uint32_t timestamp, bool reordered) const
 bool Writer::prepare(size_t size, uint64_t time, bool key)
 {
     size_t collected = m_payload.size() + m_audio.size() - header_room;
+    if (size > max_frame_bytes)
+        return fail(EFBIG);
     uint64_t table_bytes = moov_bound(m_movie.tables, m_fragment.count() + 1);
     if (table_bytes > max_table_bytes ||
         m_file_end + 2 * header_room + collected + size + table_bytes > max_file_bytes)
@@ -240,10 +253,6 @@ bool Writer::cut()
         return true;
     for (int i = 0; i < track_count; ++i)
         set_decode_times(i);
-    m_headers.clear();
-    if (m_file_end == 0)
-        put_file_start(m_headers, m_movie);
-    put_fragment_start(m_headers, m_fragment, m_movie, m_fragments + 1);
     m_movie.tables.make_room(m_fragment);
     if (!write_fragment())
         return false;
@@ -263,9 +272,15 @@ bool Writer::cut()
 bool Writer::write_fragment()
 {
     size_t video_end = m_payload.size();
+    put_bytes(m_payload, m_audio.data(), m_audio.size());
+    m_headers.clear();
+    if (m_file_end == 0)
+        put_file_start(m_headers, m_movie);
+    put_fragment_start(m_headers, m_fragment, m_movie,
+                       {m_fragments + 1, m_file_end + m_headers.size(), m_synced_end},
+                       m_payload.data() + header_room);
     size_t begin = header_room - m_headers.size();
     std::copy(m_headers.begin(), m_headers.end(), m_payload.begin() + static_cast<ptrdiff_t>(begin));
-    put_bytes(m_payload, m_audio.data(), m_audio.size());
     size_t size = m_payload.size() - begin;
     secure(m_file_end + size);
     bool written = write_at(m_fd.get(), m_payload.data() + begin, size, m_file_end);

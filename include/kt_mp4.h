@@ -73,11 +73,12 @@ typedef struct kt_mfile_info_t {
  * A created file stays at 0 bytes until the first key frame with its parameter sets arrives. It is locked
  * (flock) while it is written.
  *
- * An interrupted recording opens with every fragment that reached the file whole, and with the whole frames
- * of a torn first one. Opening finishes it, if the file can be read to its end and written and nobody records
- * into it; no frame in it is overwritten. KT_MP4_PROBE leaves a long one to KT_MP4_READ. A file that is being
- * recorded opens with what was flushed; a read at its end goes on with what was flushed later. A file of 0
- * bytes opens as a recording without frames, its description 0 but for the name.
+ * An interrupted recording opens with all that reached the file as it was written; of what lies behind the
+ * last sync, frames in damaged pieces of 64 KiB are left out. Opening finishes it, if the file can be read to
+ * its end and written and nobody records into it; no frame in it is overwritten. KT_MP4_PROBE leaves a long
+ * one to KT_MP4_READ. A file that is being recorded opens with what was flushed; a read at its end goes on
+ * with what was flushed later. A file of 0 bytes opens as a recording without frames, its description 0 but
+ * for the name.
  *
  * MP4 files of other writers open when they hold H.264 or AAC in a moov box with sample tables. Their other
  * tracks and their edit lists are passed over, and their key frames come with the parameter sets in front.
@@ -110,9 +111,9 @@ void* kt_mp4_open(char* path, int width, int height, int frame_rate, int audio_p
  *                   reason than B frames, the duration goes on as if a frame's time had passed.
  * @return 0, or negative: not a created file (EBADF), a bad argument or audio in a file without (EINVAL), no
  *         Annex B start code in front, not H.264 or not one AAC access unit (EILSEQ), the file would pass
- *         2 GiB - 1 or its tables 32 MiB (EFBIG), the card is full (ENOSPC), another I/O error. The frame is
- *         then refused; the file stays whole and takes the next frame. Collected frames that could not be
- *         written are kept and tried again.
+ *         2 GiB - 1, its tables 32 MiB or the frame 256 MiB (EFBIG), the card is full (ENOSPC), another I/O
+ * error. The frame is then refused; the file stays whole and takes the next frame. Collected frames that
+ * could not be written are kept and tried again.
  */
 int kt_mp4_write(void* handle, int kind, char* data1, int len1, char* data2, int len2,
                  unsigned int timestamp);

@@ -189,7 +189,7 @@ With --json, one object:
     recordings        of each record file, as it is after a repair: file,
                       stream (main or sub), state (finished, interrupted, stub,
                       empty or unreadable), size_bytes (of the file), torn_bytes
-                      (behind the last frame that plays), frames, duration_ms,
+                      (torn, or damaged and left out), frames, duration_ms,
                       damaged_at_ms (the first frame that cannot be read; null:
                       none), listed (in an index)
     record_files      their number

@@ -156,7 +156,7 @@ std::string played_text(const Inspection& inspection)
     std::string text = "it was not finished, " + std::to_string(inspection.info.duration / 1000) + "." +
                        std::to_string(inspection.info.duration % 1000 / 100) + " s of it play";
     if (inspection.torn_bytes > 0)
-        text += ", " + std::to_string(inspection.torn_bytes) + " bytes behind them are torn";
+        text += ", " + std::to_string(inspection.torn_bytes) + " bytes are torn or damaged and left out";
     return text;
 }
 

@@ -199,17 +199,20 @@ bool load_finished(Source& source, bool info_only, ParsedMovie& movie)
 }
 
 /** Collect the fragments of a recording. @return where the last that plays ends, 0 without one */
-uint64_t load_fragments(Source& source, ParsedMovie& movie)
+uint64_t load_fragments(Source& source, const std::string& name, ParsedMovie& movie, uint64_t& left_out)
 {
     ifs_mp4::FragmentWalk walk;
+    walk.name = name;
+    walk.interrupted = true;
     for (ifs_mp4::Take take : {ifs_mp4::Take::description, ifs_mp4::Take::tables}) {
         if (movie.tables.bytes() > ifs_mp4::max_table_bytes || !find_recording(source, movie, walk))
             return 0;
-        walk.torn_too = true;
         walk_fragments(source, take, movie, walk);
+        walk.verified_from = walk.durable_end;
     }
+    left_out = walk.left_out;
     movie.info.duration = movie.duration_ms();
-    return walk.count > 0 ? walk.pos : 0;
+    return movie.tables.count() > 0 ? walk.pos : 0;
 }
 
 /** What lies behind the last whole fragment. */
@@ -219,20 +222,20 @@ void look_behind(Source& source, uint64_t begin, Inspection& inspection)
     uint64_t pos = begin;
     if (next_box(source, pos, source.size(), last) && last.type == fourcc("moov") && pos == source.size())
         return; // whole, it only is not shown yet
-    inspection.torn_bytes = source.size() - begin;
+    inspection.torn_bytes += source.size() - begin;
     const Times times = fragment_times(source, begin);
     const uint64_t played_ms = std::min(times.first, static_cast<uint64_t>(inspection.info.duration));
     inspection.footage_lost = times.last > played_ms && times.last - played_ms > power_cut_ms;
 }
 
-void inspect_movie(Source& source, Inspection& inspection)
+void inspect_movie(Source& source, const std::string& name, Inspection& inspection)
 {
     ParsedMovie movie;
     uint64_t fragments_end = 0;
     inspection.described = load_finished(source, true, movie);
     if (load_finished(source, false, movie))
         inspection.state = RecordingState::finished;
-    else if ((fragments_end = load_fragments(source, movie)) > 0)
+    else if ((fragments_end = load_fragments(source, name, movie, inspection.torn_bytes)) > 0)
         inspection.state = RecordingState::interrupted;
     else
         movie = {};
@@ -275,7 +278,7 @@ Inspection inspect_recording(const std::string& path)
     if (source.size() == 0)
         inspection.state = RecordingState::empty;
     else
-        inspect_movie(source, inspection);
+        inspect_movie(source, ifs_mp4::name_of(path.c_str()), inspection);
     inspection.read_failed = source.failed();
     return inspection;
 }

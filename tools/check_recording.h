@@ -27,7 +27,7 @@ struct Inspection {
     uint64_t size = 0;       /**< bytes */
     uint64_t frames_end = 0; /**< offset behind the last frame of a recording of ours */
     uint64_t frames = 0;     /**< of both tracks */
-    uint64_t torn_bytes = 0; /**< behind the last whole fragment of what was interrupted */
+    uint64_t torn_bytes = 0; /**< of what was interrupted: torn, or damaged and left out */
     std::optional<uint64_t> damaged_at_ms; /**< time of the first frame that cannot be read */
     bool read_failed = false;              /**< for another reason than the end of the file */
     bool described = false; /**< a mount takes it for sound, for it only reads the description */

@@ -105,9 +105,13 @@ Frames only_video(const Frames& frames)
     return without_audio(frames, 0, UINT_MAX);
 }
 
-bool is_prefix(const Frames& part, const Frames& whole)
+bool is_part(const Frames& part, const Frames& whole)
 {
-    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+    auto next = whole.begin();
+    return std::all_of(part.begin(), part.end(), [&](const Frame& frame) {
+        next = std::find(next, whole.end(), frame);
+        return next != whole.end() && next++ != whole.end();
+    });
 }
 
 std::vector<std::string> nal_units(const std::string& frame)
@@ -215,6 +219,14 @@ std::string load(const std::string& path)
 void save(const std::string& path, const std::string& bytes)
 {
     std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string without_checks(std::string bytes)
+{
+    const std::string uuid("\x70\xe6\x3b\xc5\x03", 5);
+    for (size_t at = 0; (at = bytes.find(uuid, at)) != std::string::npos;)
+        bytes[at] = 'x';
+    return bytes;
 }
 
 std::vector<size_t> box_boundaries(const std::string& bytes)

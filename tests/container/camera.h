@@ -40,7 +40,8 @@ Frames without_adts(Frames frames);
 /** Leave out the audio from one time on and before another. */
 Frames without_audio(const Frames& frames, unsigned begin, unsigned end);
 Frames only_video(const Frames& frames);
-bool is_prefix(const Frames& part, const Frames& whole);
+/** Whether frames are some of others, in their order. */
+bool is_part(const Frames& part, const Frames& whole);
 /** NAL units of an Annex B frame, without their start codes. */
 std::vector<std::string> nal_units(const std::string& frame);
 
@@ -92,6 +93,8 @@ Frames read_back(const std::string& path);
 
 std::string load(const std::string& path);
 void save(const std::string& path, const std::string& bytes);
+/** The bytes of a recording with its boxes "check" made ones that nobody knows. */
+std::string without_checks(std::string bytes);
 /** Offsets of the boxes of a file, at all depths that hold boxes, and its end. */
 std::vector<size_t> box_boundaries(const std::string& bytes);
 

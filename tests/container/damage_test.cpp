@@ -119,7 +119,7 @@ TEST_F(Damage, CutAtAnyPlaceKeepsAllWholeFragments)
         for (size_t boundary : box_boundaries(whole)) {
             for (size_t cut : {boundary - 1, boundary, boundary + 1, boundary + 7, boundary + 100}) {
                 const Frames got = play(whole.substr(0, cut));
-                ASSERT_TRUE(is_prefix(got, m_frames)) << cut;
+                ASSERT_TRUE(is_part(got, m_frames)) << cut;
                 ASSERT_EQ(read_back(m_damaged), got) << cut;
                 if (cut == boundary) {
                     ASSERT_GE(got.size(), newest) << cut;
@@ -137,28 +137,29 @@ TEST_F(Damage, AFirstFragmentThatIsTornGivesItsWholeFrames)
     Mp4 recording(file("first.mp4"), KT_MP4_CREATE);
     recording.write(frames);
     recording.flush();
-    std::string torn = load(file("first.mp4"));
+    std::string torn = without_checks(load(file("first.mp4")));
     torn.resize(torn.size() / 2);
     const Frames got = play(torn);
     ASSERT_FALSE(got.empty());
-    EXPECT_TRUE(is_prefix(only_video(got), only_video(frames)));
+    EXPECT_TRUE(is_part(only_video(got), only_video(frames)));
     EXPECT_EQ(decode(m_damaged), std::to_string(only_video(got).size()));
-    torn.replace(torn.find("mdat") - 4 - 9, 9, 9, '\xff'); // the order now speaks of audio only
+    torn.replace(torn.find("uuid", torn.find("uuid", torn.find("moof")) + 4) - 4 - 9, 9, 9,
+                 '\xff'); // the order now speaks of audio only
     EXPECT_EQ(play(torn), got);
 }
 
 TEST_F(Damage, BytesThatDidNotReachTheCardAreNoFrames)
 {
     constexpr size_t zeros = 500;
-    std::string bytes = m_interrupted;
+    std::string bytes = without_checks(m_interrupted);
     const size_t last_but_one = bytes.rfind("mdat", bytes.rfind("moof"));
     bytes.replace(last_but_one + 4, zeros, zeros, '\0');
     const Frames got = play(bytes);
     EXPECT_GT(got.size(), m_frames.size() / 3);
-    EXPECT_TRUE(is_prefix(got, m_frames));
+    EXPECT_TRUE(is_part(got, m_frames));
     EXPECT_EQ(decode(m_damaged), std::to_string(only_video(got).size()));
 
-    bytes = m_interrupted + std::string(1 << 18, '\0');
+    bytes = without_checks(m_interrupted) + std::string(1 << 18, '\0');
     bytes[bytes.rfind("moof") - 3] = 2; // larger than any fragment by its damaged size only
     EXPECT_GE(play(bytes).size(), got.size());
 }
@@ -169,7 +170,7 @@ TEST_F(Damage, AnEndThatCannotBeReadIsPassedOverAndNotTouched)
     const Frames got = play(m_interrupted);
     faults.readable_bytes = INT64_MAX;
     EXPECT_GT(got.size(), m_frames.size() / 3);
-    EXPECT_TRUE(is_prefix(got, m_frames));
+    EXPECT_TRUE(is_part(got, m_frames));
     EXPECT_EQ(load(m_damaged), m_interrupted);
 }
 
@@ -198,7 +199,7 @@ TEST_F(Damage, FragmentThatSpeaksOfSamplesBeyondItsOwnIsNotTaken)
     Mp4 recording(file("back.mp4"), KT_MP4_CREATE);
     recording.write(m_frames);
     recording.flush();
-    std::string bytes = load(file("back.mp4"));
+    std::string bytes = without_checks(load(file("back.mp4")));
     size_t first_anchor = bytes.find("uuid", bytes.find("moof")) + 4 + 16 + 4;
     ASSERT_EQ(bytes.substr(first_anchor - 4, 8), std::string("\0\0\0\1\0\0\0\0", 8)) << "one, for sample 0";
     bytes[first_anchor] = 1;
@@ -237,6 +238,7 @@ TEST_F(Damage, ASecondTableOfSizesReplacesTheFirstAndIsSoughtInQuickly)
 
 TEST_F(Damage, TimesThatDoNotBeginAtZeroKeepTheirTimestampsWhenTheRecordingIsFinished)
 {
+    m_interrupted = without_checks(m_interrupted);
     for (size_t at = 0; (at = m_interrupted.find("tfdt", at + 1)) != std::string::npos;)
         m_interrupted[at + 13] = 1; // 65,536 ms
     for (Frame& frame : m_frames)
@@ -311,7 +313,8 @@ TEST_F(Damage, ALookAtAnyFileTakesAMebibyteAndWhatIsTooLargeIsNotPlayed)
     const size_t most = memory_to_open(file("long.mp4"), KT_MP4_PROBE) + (1 << 20);
 
     const std::string shorter = interrupted.substr(0, interrupted.size() * 21 / 100);
-    std::string wide = shorter; // parameter sets of 4 MiB in its head, and none in its pictures
+    std::string wide =
+        without_checks(shorter); // parameter sets of 4 MiB in its head, and none in its pictures
     wide.insert(wide.find("avcC") + 4, 4 << 20, '\0');
     wide[wide.find("avcC") - 3] = wide[wide.find("moov") - 3] = 4 << 4;
     wide[wide.find('\x67', wide.find("mdat"))] = '\x61';
