@@ -117,7 +117,7 @@ void put_exact(Bytes& out, const ExactTables& exact)
 constexpr size_t max_name_bytes = 255;
 // Without a decoder configuration and the sums of the pieces.
 constexpr size_t max_check_bytes =
-    box_bytes + uuid_bytes + 8 + 3 * 4 + 1 + max_name_bytes + 2 + 4 + checksum_bytes;
+    box_bytes + uuid_bytes + 8 + size_t{3} * 4 + 1 + max_name_bytes + 2 + 4 + checksum_bytes;
 
 const Bytes no_config;
 
