@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "container/fields.h"
 #include "container/layout.h"
@@ -136,9 +137,8 @@ bool continues(const Track& track, const std::vector<Sample>& samples)
     return time >= track.last_time && time - track.last_time <= max_step;
 }
 
-/** Leave out the samples that are not whole in the file, or lie in damaged pieces. @return their bytes in it
- */
-uint64_t keep_sound(Source& source, uint64_t payload, bool verified, Fragment& fragment)
+/** Leave out the samples that are not whole in the file, or lie in damaged pieces. */
+void keep_sound(Source& source, uint64_t payload, bool verified, Fragment& fragment, FragmentWalk& walk)
 {
     std::vector<bool> pieces;
     if (verified)
@@ -147,7 +147,7 @@ uint64_t keep_sound(Source& source, uint64_t payload, bool verified, Fragment& f
         return verified && !pieces[static_cast<size_t>(pos / piece_bytes - payload / piece_bytes)];
     };
     std::vector<bool> kept[track_count];
-    uint64_t left_out = 0;
+    Loss loss = {payload, UINT64_MAX, 0};
     uint64_t begin = payload;
     for (int i = 0; i < track_count; ++i) {
         for (const Sample& sample : fragment.samples[i]) {
@@ -155,14 +155,18 @@ uint64_t keep_sound(Source& source, uint64_t payload, bool verified, Fragment& f
             bool sound = end <= source.size();
             for (uint64_t pos = begin; sound && pos < end; pos = (pos / piece_bytes + 1) * piece_bytes)
                 sound = !is_damaged(pos);
-            if (!sound)
-                left_out += std::min(end, source.size()) - std::min(begin, source.size());
+            if (!sound) {
+                walk.left_out += std::min(end, source.size()) - std::min(begin, source.size());
+                loss.begin_ms = std::min(loss.begin_ms, sample.decode_time);
+                loss.end_ms = std::max(loss.end_ms, sample.decode_time);
+            }
             kept[i].push_back(sound);
             begin = end;
         }
     }
+    if (loss.begin_ms <= loss.end_ms)
+        walk.losses.push_back(loss);
     fragment.keep(kept);
-    return left_out;
 }
 
 /** Whether a payload begins there: a moof that only has a damaged size leads elsewhere. */
@@ -170,6 +174,19 @@ bool is_mdat(Source& source, uint64_t pos)
 {
     const uint8_t* header = source.at(pos, 8);
     return header && be32(header + 4) == fourcc("mdat");
+}
+
+uint64_t first_time(const Fragment& fragment)
+{
+    uint64_t first = UINT64_MAX;
+    for (const auto& samples : fragment.samples)
+        first = samples.empty() ? first : std::min(first, samples.front().decode_time);
+    return first;
+}
+
+uint64_t last_time(const Tables& tables)
+{
+    return std::max(tables.tracks[video_track].last_time, tables.tracks[audio_track].last_time);
 }
 
 /** A fragment as it lies in the file. */
@@ -261,17 +278,20 @@ void pass(const Placed& placed, FragmentWalk& walk)
 template <class Function>
 void each_fragment(Source& source, ParsedMovie& movie, FragmentWalk& walk, Function function)
 {
-    for (;;) {
+    for (bool searched = false;;) {
         Placed placed; // of its own: the largest lists of many together take more memory than any has
         Fragment& fragment = placed.fragment;
         if (!read_fragment(source, walk, placed, movie.refused)) {
             if (walk.identity == 0 || !find_next(source, walk))
                 return;
+            searched = true;
             continue;
         }
+        if (std::exchange(searched, false))
+            walk.losses.push_back({walk.pos, last_time(movie.tables), first_time(fragment)});
         const bool verified = placed.has_check() && walk.interrupted && placed.end > walk.verified_from;
         if (verified || !placed.whole)
-            walk.left_out += keep_sound(source, placed.payload, verified, fragment);
+            keep_sound(source, placed.payload, verified, fragment, walk);
         bool fits = placed.has_check() || !fragment.empty();
         for (int i = 0; i < track_count; ++i)
             fits = fits && continues(movie.tables.tracks[i], fragment.samples[i]);
@@ -361,6 +381,7 @@ bool find_recording(Source& source, ParsedMovie& movie, FragmentWalk& walk)
     walk.identity = unbegun.identity;
     walk.durable_end = unbegun.durable_end;
     walk.left_out = unbegun.left_out;
+    walk.losses.clear();
     walk.config.clear();
     walk.pos = first_moov_begin - box_header_bytes;
     bool found =
@@ -385,12 +406,14 @@ bool find_recording(Source& source, ParsedMovie& movie, FragmentWalk& walk)
     return found;
 }
 
-void walk_fragments(Source& source, Take take, ParsedMovie& movie, FragmentWalk& walk)
+void walk_fragments(Source& source, Take take, ParsedMovie& movie, FragmentWalk& walk,
+                    const std::function<void(uint64_t)>& passed)
 {
     each_fragment(source, movie, walk, [&](const Fragment& fragment, uint64_t payload) {
         append(fragment, payload, movie);
         if (take == Take::description)
             movie.tables.thin_out();
+        passed(payload);
         return true;
     });
 }

@@ -3,13 +3,22 @@
 #define CONTAINER_FRAGMENTS_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "container/file.h"
 #include "container/parse.h"
 
 namespace ifs_mp4
 {
+
+/** Frames that were left out, or a fragment that was not found. */
+struct Loss {
+    uint64_t offset;   /**< in the file, of what is lost or of what was found behind it */
+    uint64_t begin_ms; /**< decode time of the first frame */
+    uint64_t end_ms;   /**< of the last one, or of what was found behind it */
+};
 
 /** How a walk over fragments goes, and how far it has come. */
 struct FragmentWalk {
@@ -28,6 +37,7 @@ struct FragmentWalk {
     uint64_t identity = 0;    /**< of the recording; 0: its fragments carry no checksums */
     uint64_t durable_end = 0; /**< how far the file was durable when the last one was written */
     uint64_t left_out = 0;    /**< bytes of payload that were passed over */
+    std::vector<Loss> losses;
     Bytes config;             /**< decoder configuration of the first key frame that comes without it */
     uint64_t search_left = 0; /**< bytes that may still be looked at behind damage */
 };
@@ -48,8 +58,14 @@ enum class Take {
  */
 bool find_recording(Source& source, ParsedMovie& movie, FragmentWalk& walk);
 
-/** Add fragments to a movie, up to the file's end or to damage that no way leads past. */
-void walk_fragments(Source& source, Take take, ParsedMovie& movie, FragmentWalk& walk);
+/**
+ * Add fragments to a movie, up to the file's end or to damage that no way leads past.
+ *
+ * @param passed  called with the walk's position behind each
+ */
+void walk_fragments(
+    Source& source, Take take, ParsedMovie& movie, FragmentWalk& walk,
+    const std::function<void(uint64_t)>& passed = [](uint64_t) {});
 
 /**
  * Look for a video sample whose NAL units do not fill it.

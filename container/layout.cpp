@@ -528,6 +528,7 @@ void put_final_moov(Bytes& out, Movie& movie, uint64_t offset)
         put_exact(out, movie.tables.exact);
         put_check(out, movie, {0, offset, offset}, no_config, 0);
     }
+    static_assert(last_check_bytes == max_check_bytes - max_name_bytes);
     seal(out.data() + begin, out.size() - begin);
 }
 

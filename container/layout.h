@@ -83,6 +83,9 @@ constexpr size_t fragment_head_bytes = 68;
 /** @param head  these bytes. @return decode time of the first sample, ms; none: they are not a fragment's */
 std::optional<uint64_t> fragment_time(const uint8_t* head);
 
+/** Bytes that end the last moov of a recording: its box check, but for the name. */
+constexpr size_t last_check_bytes = 55;
+
 /** Append the moov box with all samples, whose last ones get their duration. @param offset  in the file */
 void put_final_moov(Bytes& out, Movie& movie, uint64_t offset);
 

@@ -6,6 +6,7 @@
 #include "tools/check_card.h"
 #include "tools/commands.h"
 #include "tools/recordings.h"
+#include "tools/size_text.h"
 
 namespace
 {
@@ -17,6 +18,8 @@ struct Report {
     size_t main_count = 0;
     size_t sub_count = 0;
     uint64_t frames = 0;
+    uint64_t verified_bytes = 0;
+    double verified_seconds = 0; /**< 0: nothing was verified */
 
     size_t problems() const
     {
@@ -62,6 +65,17 @@ std::vector<Finding> repair_card(CardCheck& check)
     return findings;
 }
 
+/** null: not verified; else what is damaged. */
+nlohmann::json verification_json(const Inspection& inspection)
+{
+    if (!inspection.verification || !inspection.verification->has_checks)
+        return nullptr;
+    nlohmann::json damaged = nlohmann::json::array();
+    for (const ifs_mp4::Loss& loss : inspection.verification->losses)
+        damaged.push_back({{"from_ms", loss.begin_ms}, {"to_ms", loss.end_ms}});
+    return {{"damaged", damaged}, {"tables_differ", inspection.verification->tables_differ}};
+}
+
 void take_recordings(const CardCheck& check, Report& report)
 {
     for (const RecordFile& file : check.recordings()) {
@@ -79,6 +93,7 @@ void take_recordings(const CardCheck& check, Report& report)
                                      {"frames", inspection.frames},
                                      {"duration_ms", inspection.info.duration},
                                      {"damaged_at_ms", damaged_or_null},
+                                     {"verified", verification_json(inspection)},
                                      {"listed", file.entry != nullptr}});
     }
 }
@@ -107,11 +122,12 @@ nlohmann::json report_json(const Context& context, const Report& report)
                             {"mendable", finding.kind->mended != nullptr},
                             {"mended", finding.mended}});
     }
-    return {{"card", context.card_path},
-            {"problems", report.problems()},
-            {"findings", findings},
-            {"recordings", report.recordings},
-            {"record_files", report.record_files()},
+    nlohmann::json data_or_null;
+    if (report.verified_seconds > 0)
+        data_or_null = {{"bytes", report.verified_bytes}, {"seconds", report.verified_seconds}};
+    return {{"card", context.card_path},           {"data", data_or_null},
+            {"problems", report.problems()},       {"findings", findings},
+            {"recordings", report.recordings},     {"record_files", report.record_files()},
             {"max_record_files", max_record_files}};
 }
 
@@ -131,14 +147,20 @@ std::string report_text(const Report& report)
             std::to_string(report.sub_count) + " sub, with " + std::to_string(report.frames) + " frames; " +
             std::to_string(report.record_files()) + " of at most " + std::to_string(max_record_files) +
             " record files.\n";
+    if (report.verified_seconds > 0)
+        text += "Verified: " + size_text(report.verified_bytes) + ", " +
+                size_text(static_cast<uint64_t>(static_cast<double>(report.verified_bytes) /
+                                                report.verified_seconds)) +
+                " a second.\n";
     return text + "Findings: " + std::to_string(report.findings.size()) + ", mended " +
            std::to_string(mended) + ", problems left " + std::to_string(report.problems()) + ".\n";
 }
 
 } // namespace
 
-ExitCode check_card(const Context& context, bool repair)
+ExitCode check_card(const Context& context, const CheckOptions& options)
 {
+    const bool repair = options.repair;
     Report report;
     Card card(context.card_path);
     if (repair)
@@ -146,9 +168,11 @@ ExitCode check_card(const Context& context, bool repair)
     if (int error = card.mount_files(!repair)) {
         report.findings.push_back({&card_fault(error, context.card_path), "", "it cannot be mounted"});
     } else {
-        CardCheck check(card.folder());
+        CardCheck check(card.folder(), options.data);
         report.findings = repair ? repair_card(check) : check.findings();
         take_recordings(check, report);
+        report.verified_bytes = check.verified_bytes();
+        report.verified_seconds = check.verified_seconds();
     }
     if (context.json)
         context.results.write(report_json(context, report));
@@ -182,6 +206,7 @@ are left, 1 that something could not be mended.
 
 With --json, one object:
     card              its path
+    data              with --data: bytes that were verified, seconds; else null
     problems          number of problems that are left
     findings          of each: code, severity (problem or note), file (null: the
                       card itself), message, mendable (by --repair), mended (by
@@ -191,7 +216,9 @@ With --json, one object:
                       empty or unreadable), size_bytes (of the file), torn_bytes
                       (torn, or damaged and left out), frames, duration_ms,
                       damaged_at_ms (the first frame that cannot be read; null:
-                      none), listed (in an index)
+                      none), verified (null: not, or it carries no checksums; else
+                      damaged, from_ms and to_ms of each place, and
+                      tables_differ), listed (in an index)
     record_files      their number
     max_record_files  the most that a card's folder holds)";
 }

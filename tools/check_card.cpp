@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <strings.h>
+#include <sys/stat.h>
 
 #include "tools/failure.h"
 #include "tools/interrupt.h"
@@ -22,6 +24,18 @@ namespace
 
 /** A host may end a recording by its own clock, which is not that of the frames. */
 constexpr int64_t end_tolerance_s = 5;
+
+void stop_if_interrupted()
+{
+    if (interrupted())
+        throw Failure(ExitCode::interrupted, "stopped; the card is as it was");
+}
+
+uint64_t size_of(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
 
 std::vector<std::string> names_in(const std::string& folder)
 {
@@ -151,10 +165,30 @@ std::string differences(const RecordFile& file)
     return text;
 }
 
+std::string time_in_recording(uint64_t ms)
+{
+    return std::to_string(ms / 1000) + "." + std::to_string(ms % 1000 / 100) + " s";
+}
+
+std::string losses_text(const std::vector<ifs_mp4::Loss>& losses)
+{
+    constexpr size_t most_named = 5;
+    std::string text = "damaged ";
+    for (size_t i = 0; i < losses.size() && i < most_named; ++i) {
+        const std::string begin = time_in_recording(losses[i].begin_ms);
+        const std::string end = time_in_recording(losses[i].end_ms);
+        text += i > 0 ? ", " : "";
+        text += begin == end ? "at " + begin : "from " + begin + " to " + end;
+    }
+    return text + (losses.size() > most_named
+                       ? " and in " + std::to_string(losses.size() - most_named) + " more places"
+                       : "");
+}
+
 std::string played_text(const Inspection& inspection)
 {
-    std::string text = "it was not finished, " + std::to_string(inspection.info.duration / 1000) + "." +
-                       std::to_string(inspection.info.duration % 1000 / 100) + " s of it play";
+    std::string text = "it was not finished, " +
+                       time_in_recording(static_cast<uint64_t>(inspection.info.duration)) + " of it play";
     if (inspection.torn_bytes > 0)
         text += ", " + std::to_string(inspection.torn_bytes) + " bytes are torn or damaged and left out";
     return text;
@@ -162,20 +196,44 @@ std::string played_text(const Inspection& inspection)
 
 } // namespace
 
-CardCheck::CardCheck(const std::string& folder) : m_folder(folder)
+CardCheck::CardCheck(const std::string& folder, bool data) : m_folder(folder)
 {
     const std::vector<std::string> names = names_in(folder);
     for (const std::string& name : names)
         take_name(name, names);
+    data ? verify() : inspect();
+    read_indexes();
+}
+
+void CardCheck::inspect()
+{
     Progress progress("Checking", static_cast<int64_t>(m_recordings.size()), piece_progress_text);
     int64_t done = 0;
     for (RecordFile& file : m_recordings) {
-        if (interrupted())
-            throw Failure(ExitCode::interrupted, "stopped; the card is as it was");
+        stop_if_interrupted();
         file.inspection = inspect_recording(path_of(file.name));
         progress.update(++done);
     }
-    read_indexes();
+}
+
+/** The same, and all footage; it takes as long as the card needs to hand it over. */
+void CardCheck::verify()
+{
+    const auto begin = std::chrono::steady_clock::now();
+    uint64_t total = 0;
+    for (const RecordFile& file : m_recordings)
+        total += size_of(path_of(file.name));
+    Progress progress("Verifying", static_cast<int64_t>(std::max<uint64_t>(total, 1)), piece_progress_text);
+    for (RecordFile& file : m_recordings) {
+        file.inspection = inspect_recording(path_of(file.name), [&](uint64_t position) {
+            stop_if_interrupted();
+            progress.update(static_cast<int64_t>(m_verified_bytes + position));
+        });
+        stop_if_interrupted();
+        m_verified_bytes += file.inspection.size;
+        progress.update(static_cast<int64_t>(m_verified_bytes));
+    }
+    m_verified_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
 void CardCheck::take_name(const std::string& name, const std::vector<std::string>& names)
@@ -287,6 +345,14 @@ void CardCheck::judge_file(const RecordFile& file, std::vector<Finding>& found) 
     }
     for (const Finding& one : inspection.frame_findings)
         add(*one.kind, one.sentence);
+    if (!inspection.verification)
+        return;
+    if (!inspection.verification->has_checks)
+        add(finding::no_checksums, "it carries no checksums, as it was made by older firmware");
+    if (!inspection.verification->losses.empty())
+        add(finding::data_damaged, losses_text(inspection.verification->losses));
+    if (inspection.verification->tables_differ)
+        add(finding::tables_differ, "its tables are not those of its footage");
 }
 
 void CardCheck::judge_entry(const RecordFile& file, std::vector<Finding>& found) const

@@ -20,8 +20,12 @@ struct RecordFile {
 class CardCheck
 {
 public:
-    /** Read a mounted card by its folder. Changes nothing. Throws Failure: failed, interrupted. */
-    explicit CardCheck(const std::string& folder);
+    /**
+     * Read a mounted card by its folder. Changes nothing. Throws Failure: failed, interrupted.
+     *
+     * @param data  verify all footage, too
+     */
+    explicit CardCheck(const std::string& folder, bool data = false);
     CardCheck(const CardCheck&) = delete;
     CardCheck& operator=(const CardCheck&) = delete;
 
@@ -29,6 +33,10 @@ public:
 
     /** Finish recordings and write the index files that do not fit. Throws Failure: failed. */
     void repair();
+
+    /** Bytes whose footage was verified, and how long all of that took. */
+    uint64_t verified_bytes() const { return m_verified_bytes; }
+    double verified_seconds() const { return m_verified_seconds; }
 
     /** In the order of their names. */
     const std::vector<RecordFile>& recordings() const { return m_recordings; }
@@ -42,6 +50,8 @@ private:
     };
 
     std::string path_of(const std::string& name) const { return m_folder + "/" + name; }
+    void inspect();
+    void verify();
     void take_name(const std::string& name, const std::vector<std::string>& names);
     void read_indexes();
     void match_entries(Stream& stream);
@@ -54,6 +64,8 @@ private:
 
     std::string m_folder;
     std::vector<RecordFile> m_recordings;
+    uint64_t m_verified_bytes = 0;
+    double m_verified_seconds = 0;
     std::vector<Finding> m_name_findings;
     Stream m_streams[2] = {{IFS_STREAM_MAIN, {}, {}, {}}, {IFS_STREAM_SUB, {}, {}, {}}};
 };

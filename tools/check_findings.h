@@ -38,6 +38,13 @@ constexpr FindingKind footage_lost = {
     "copy it off before the next mount, which ends the recording at the damage"};
 constexpr FindingKind frame_damaged = {"frame-damaged", true, "frames that are damaged or cannot be read",
                                        "nothing mends it, but the other frames play"};
+constexpr FindingKind data_damaged = {"data-damaged", true, "footage that is not what was written (--data)",
+                                      "nothing mends it, and other footage of the file is as it was"};
+constexpr FindingKind tables_differ = {"tables-differ", true,
+                                       "tables that are not those of the footage (--data)",
+                                       "nothing mends them, but a copy of the file keeps what there is"};
+constexpr FindingKind no_checksums = {"no-checksums", false, "a recording without checksums (--data)",
+                                      "nothing can prove or disprove its footage"};
 constexpr FindingKind frame_order = {"frame-order", true, "frames that do not follow each other in the file",
                                      "nothing mends it, but a copy of the file keeps what there is"};
 constexpr FindingKind no_key_frame = {"no-key-frame", true,
@@ -79,10 +86,11 @@ constexpr FindingKind no_file = {"no-file", false, "an index entry whose recordi
 
 /** All kinds, problems first. */
 constexpr const FindingKind* kinds[] = {
-    &no_partition, &no_file_system,  &unreadable,    &read_failed,   &footage_lost, &frame_damaged,
-    &frame_order,  &no_key_frame,    &wrong_name,    &entry_differs, &interrupted,  &stub,
-    &empty,        &near_name,       &index_missing, &index_header,  &index_torn,   &index_item,
-    &index_order,  &index_duplicate, &no_entry,      &no_file,
+    &no_partition,  &no_file_system, &unreadable,      &read_failed,  &footage_lost,
+    &frame_damaged, &data_damaged,   &tables_differ,   &frame_order,  &no_key_frame,
+    &wrong_name,    &entry_differs,  &interrupted,     &stub,         &empty,
+    &near_name,     &no_checksums,   &index_missing,   &index_header, &index_torn,
+    &index_item,    &index_order,    &index_duplicate, &no_entry,     &no_file,
 };
 
 } // namespace finding

@@ -191,9 +191,8 @@ bool begins_like_a_recording(Source& source)
 }
 
 /** @param info_only  as a mount reads it, its description alone */
-bool load_finished(Source& source, bool info_only, ParsedMovie& movie)
+bool load_finished(Source& source, bool info_only, ParsedMovie& movie, Box& moov)
 {
-    Box moov;
     return find_box(source, 0, source.size(), fourcc("moov"), moov) &&
            parse_moov(source, moov, info_only, movie) && movie.complete;
 }
@@ -228,12 +227,14 @@ void look_behind(Source& source, uint64_t begin, Inspection& inspection)
     inspection.footage_lost = times.last > played_ms && times.last - played_ms > power_cut_ms;
 }
 
-void inspect_movie(Source& source, const std::string& name, Inspection& inspection)
+void inspect_movie(Source& source, const std::string& name, const std::function<void(uint64_t)>& verified,
+                   Inspection& inspection)
 {
     ParsedMovie movie;
+    Box moov;
     uint64_t fragments_end = 0;
-    inspection.described = load_finished(source, true, movie);
-    if (load_finished(source, false, movie))
+    inspection.described = load_finished(source, true, movie, moov);
+    if (load_finished(source, false, movie, moov))
         inspection.state = RecordingState::finished;
     else if ((fragments_end = load_fragments(source, name, movie, inspection.torn_bytes)) > 0)
         inspection.state = RecordingState::interrupted;
@@ -242,6 +243,9 @@ void inspect_movie(Source& source, const std::string& name, Inspection& inspecti
     inspection.info = movie.info;
     if (inspection.playable())
         FrameWalk(source, movie, inspection).run();
+    if (verified && inspection.playable() && movie.recording)
+        inspection.verification = verify_recording(
+            source, name, inspection.state == RecordingState::finished ? moov : Box(), movie, verified);
     if (inspection.state == RecordingState::finished)
         return;
     look_behind(source, fragments_end, inspection);
@@ -264,7 +268,7 @@ const char* state_name(RecordingState state)
     return names[static_cast<size_t>(state)];
 }
 
-Inspection inspect_recording(const std::string& path)
+Inspection inspect_recording(const std::string& path, const std::function<void(uint64_t)>& verified)
 {
     Inspection inspection;
     if (!is_regular(path)) // a named pipe would not even open
@@ -278,7 +282,7 @@ Inspection inspect_recording(const std::string& path)
     if (source.size() == 0)
         inspection.state = RecordingState::empty;
     else
-        inspect_movie(source, ifs_mp4::name_of(path.c_str()), inspection);
+        inspect_movie(source, ifs_mp4::name_of(path.c_str()), verified, inspection);
     inspection.read_failed = source.failed();
     return inspection;
 }

@@ -3,10 +3,12 @@
 #define TOOLS_CHECK_RECORDING_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "container/verify.h"
 #include "kt_mp4.h"
 #include "tools/check_findings.h"
 
@@ -33,7 +35,8 @@ struct Inspection {
     bool described = false; /**< a mount takes it for sound, for it only reads the description */
     bool footage_lost =
         false; /**< whole fragments lie behind the damage, of more time than a power cut may cost */
-    std::vector<Finding> frame_findings; /**< without the file's name */
+    std::vector<Finding> frame_findings;               /**< without the file's name */
+    std::optional<ifs_mp4::Verification> verification; /**< of a recording of ours, where it was asked for */
 
     bool playable() const
     {
@@ -41,8 +44,12 @@ struct Inspection {
     }
 };
 
-/** Look at every frame's header and place. A file that is no regular one counts as unreadable. */
-Inspection inspect_recording(const std::string& path);
+/**
+ * Look at every frame's header and place. A file that is no regular one counts as unreadable.
+ *
+ * @param verified  if set, verify all footage, too; called with ascending positions in the file
+ */
+Inspection inspect_recording(const std::string& path, const std::function<void(uint64_t)>& verified = {});
 
 /** Finish an interrupted recording, as the library does. Another inspection shows whether it succeeded. */
 void finish_recording(const std::string& path);

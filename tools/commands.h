@@ -57,8 +57,13 @@ struct PlayOptions {
 /** @return ok or interrupted */
 ExitCode play(const Context& context, const PlayOptions& options);
 
-/** Report what is wrong on the card. @param repair  mend what can be mended. @return ok or problem */
-ExitCode check_card(const Context& context, bool repair);
+struct CheckOptions {
+    bool repair = false; /**< mend what can be mended */
+    bool data = false;   /**< read all footage and verify it */
+};
+
+/** Report what is wrong on the card. @return ok or problem */
+ExitCode check_card(const Context& context, const CheckOptions& options);
 
 /** The part of the command's help on its findings and results. */
 std::string check_footer();

@@ -54,7 +54,7 @@ struct Options {
     RecordOptions record;
     ListOptions list;
     std::string month;
-    bool repair = false;
+    CheckOptions check;
     PlayOptions play;
     ExportOptions clip;
     std::string topic;
@@ -180,10 +180,12 @@ void define_check(CLI::App& app, Options& options)
 {
     CLI::App* command = add_command(app, "check", "Report what is wrong on the card, without changing it",
                                     check_footer() + "\n\n");
-    command->add_flag("--repair", options.repair,
+    command->add_flag("--repair", options.check.repair,
                       "Mend what can be mended without loss: finish\nrecordings, write new index files");
+    command->add_flag("--data", options.check.data,
+                      "Read all footage, too, and verify by its checksums\nthat it is what was written");
     command->callback([&options] {
-        options.command = [&options](const Context& context) { return check_card(context, options.repair); };
+        options.command = [&options](const Context& context) { return check_card(context, options.check); };
     });
 }
 

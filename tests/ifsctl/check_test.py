@@ -77,10 +77,14 @@ def unfinished(data):
     return data[:32] + struct.pack(">I4sQ", 16, b"free", 0) + data[48:32 + size]
 
 
-def damage_a_picture(number=0):
+def place_of_picture(number):
     places = run("ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pos", "-of", "csv=p=0",
                  "bad/files/" + MAIN[1]).split()
-    place = int(places[number])
+    return int(places[number])
+
+
+def damage_a_picture(number=0):
+    place = place_of_picture(number)
     data = read(MAIN[1])
     write(MAIN[1], data[:place] + b"\xff\xff\xff\xff" + data[place + 4:])
 
@@ -197,6 +201,38 @@ class Check(unittest.TestCase):
         patch_table(b"stco", 12 + 4 * 3, 0x7fffffff)
         self.assertIn("damaged video frames: 10 of 40, the first is frame 31 at 3.0 s: it reaches past the end",
                       check()[1]["findings"][0]["message"])
+
+    def test_footage_that_is_not_what_was_written_is_found_by_its_checksums(self):
+        sound = {"damaged": [], "tables_differ": False}
+        code, report = check("--data", card="card")
+        self.assertEqual((code, report["findings"]), (0, []))
+        self.assertEqual(report["data"]["bytes"], sum(one["size_bytes"] for one in report["recordings"]))
+        self.assertTrue(all(one["verified"] == sound for one in report["recordings"]))
+
+        whole = read(MAIN[1])
+        at = place_of_picture(30) + 50
+        duration = whole.rindex(b"mvhd") + 20
+        damages = {
+            "data-damaged": whole[:at] + bytes([whole[at] ^ 1]) + whole[at + 1:],
+            "tables-differ": whole[:duration] + b"\1" + whole[duration + 1:],
+            "no-checksums": whole.replace(CHECK_UUID, b"\0" * 16),
+        }
+        for damage, data in damages.items():
+            with self.subTest(damage):
+                write(MAIN[1], data)
+                self.assertEqual(check()[1]["findings"], [])
+                code, report = check("--data")
+                self.assertEqual((code, codes(report)), (0 if damage == "no-checksums" else 9, [damage]))
+        write(MAIN[1], damages["data-damaged"])
+        place, = next(one["verified"] for one in check("--data")[1]["recordings"] if one["file"] == MAIN[1])["damaged"]
+        self.assertTrue(place["from_ms"] <= 3000 <= place["to_ms"], place)
+
+        # What was left out when a recording was finished is not missed.
+        write(MAIN[1], unfinished(damages["data-damaged"]))
+        write_items([items()[0], items()[2]])
+        self.assertEqual(check("--repair", "--data")[0], 0)
+        self.assertEqual(check("--data")[1]["findings"], [])
+        self.assertNotEqual(packets("bad/files/" + MAIN[1], "v"), packets("card/files/" + MAIN[1], "v"))
 
     def test_what_the_system_refuses_is_named_and_not_taken_for_damage(self):
         for mode, code, exit_code in ((0o444, "interrupted", 1), (0, "read-failed", 9)):
