@@ -18,7 +18,7 @@ from .guest import TARGETS, Unavailable, guest
 from .image import copy_data
 from .machine import Failed, Machine, check, ide_card, sparse
 
-SCENARIOS = ["format", "overlap", "remount", "directory_full", "faults", "power_cut", "sync_cost"]
+SCENARIOS = ["format", "overlap", "remount", "directory_full", "faults", "power_cut", "old_kernel", "sync_cost"]
 LOG_TAIL = 25  # lines
 CARD_BYTES = 4 << 30
 PREPARE = """

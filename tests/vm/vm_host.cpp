@@ -10,8 +10,10 @@
  *
  * The step "log" makes it mark what it does on a card whose writes are logged: a mark is a text in a sector
  * in front of the partition, which goes to the card past the kernel's cache, so that it lies in the log
- * between what was written before and after it. From then on sleeps are short.
+ * between what was written before and after it. From then on sleeps are short. The step "old-kernel" lets no
+ * space be reserved, as the FAT drivers of old kernels do.
  */
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -19,6 +21,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstdint>
@@ -53,6 +56,7 @@ time_t g_playback_start = 0;
 
 constexpr off_t k_mark_offset = 62 * 512;
 int g_log = -1; ///< the disk, while its writes are logged
+std::atomic<bool> g_reserves_nothing{false};
 
 __attribute__((format(printf, 1, 2))) void Mark(const char* format, ...)
 {
@@ -506,6 +510,7 @@ const std::map<std::string, Step> k_steps = {
     {"init", {0, [](const Args&) { return Ifsi_init() == 0; }}},
     {"unmount", {0, Unmount}},
     {"log", {1, Log}},
+    {"old-kernel", {0, [](const Args&) { return g_reserves_nothing = true; }}},
     {"pairs", {5, Pairs}},
     {"interrupt", {4, Interrupt}},
     {"overlap-to", {1, Overlap_to}},
@@ -531,6 +536,17 @@ int fdatasync(int fd)
     const int result = static_cast<int>(syscall(SYS_fdatasync, fd));
     Mark("step synced");
     return result;
+}
+
+int fallocate(int fd, int mode, off_t offset, off_t length)
+{
+    if (g_reserves_nothing) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    using Function = int (*)(int, int, off_t, off_t);
+    static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "fallocate"));
+    return next(fd, mode, offset, length);
 }
 
 int remove(const char* path)

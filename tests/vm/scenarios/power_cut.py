@@ -34,7 +34,7 @@ FRAMES = "/data/main.frames /data/sub.frames"
 LOGGED = f"""
 echo 100 >/proc/sys/vm/dirty_expire_centisecs
 echo 50 >/proc/sys/vm/dirty_writeback_centisecs
-logged() {{ host log /dev/sda "$@"; }}
+logged() {{ host $KERNEL log /dev/sda "$@"; }}
 logged format mount pairs {FRAMES} {START} 2 12 sync pairs {FRAMES} {START + 600} 2 20 unmount
 logged mount pairs {FRAMES} {START + 1200} 1 15 interrupt {FRAMES} {START + 1800} 17
 umount /card
@@ -46,12 +46,13 @@ logged format mount pairs {FRAMES} {START + 9000} 1 8 unmount
 """
 
 
-def run(bench):
+def run(bench, kernel="", cuts=0):
+    """kernel: a step of the host that comes first."""
     frames = scenes(bench.work)
     image, log_path = sparse(bench.image("card"), CARD_BYTES), sparse(bench.work / "writes.log", 0)
-    bench.boot(LOGGED, logged_card(image, log_path), files=frames, seconds=600)
+    bench.boot(f"KERNEL={kernel}\n{LOGGED}", logged_card(image, log_path), files=frames, seconds=600)
     log = WriteLog(log_path, CARD_BYTES)
-    cuts = choose(log, 1000 if bench.long else 100)
+    cuts = choose(log, cuts or (1000 if bench.long else 100))
     verdicts = judge_all(bench.work, cuts)
     broken = [f"--seed {seed} --cut {cut} ({verdict.phase}): {sentence}"
               for (cut, seed), verdict in verdicts.items() for sentence in verdict.broken]
