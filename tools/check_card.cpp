@@ -173,16 +173,17 @@ std::string time_in_recording(uint64_t ms)
 std::string losses_text(const std::vector<ifs_mp4::Loss>& losses)
 {
     constexpr size_t most_named = 5;
-    std::string text = "damaged ";
+    std::string text = "damaged";
     for (size_t i = 0; i < losses.size() && i < most_named; ++i) {
         const std::string begin = time_in_recording(losses[i].begin_ms);
         const std::string end = time_in_recording(losses[i].end_ms);
-        text += i > 0 ? ", " : "";
-        text += begin == end ? "at " + begin : "from " + begin + " to " + end;
+        text.append(i > 0 ? ", " : " ").append(begin == end ? "at " : "from ").append(begin);
+        if (begin != end)
+            text.append(" to ").append(end);
     }
-    return text + (losses.size() > most_named
-                       ? " and in " + std::to_string(losses.size() - most_named) + " more places"
-                       : "");
+    if (losses.size() > most_named)
+        text.append(" and in ").append(std::to_string(losses.size() - most_named)).append(" more places");
+    return text;
 }
 
 std::string played_text(const Inspection& inspection)
